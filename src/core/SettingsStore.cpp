@@ -1,0 +1,83 @@
+#include "core/SettingsStore.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+
+#include "core/AtomicFile.h"
+#include "core/PosixError.h"
+
+namespace tapekeep {
+namespace {
+
+nlohmann::json readObject(const std::filesystem::path& file) {
+    std::ifstream input(file, std::ios::binary);
+    if (!input) return nlohmann::json::object();
+    std::stringstream buffer;
+    buffer << input.rdbuf();
+    auto parsed = nlohmann::json::parse(buffer.str(), nullptr, false);
+    return parsed.is_object() ? parsed : nlohmann::json::object();
+}
+
+class FileLock {
+public:
+    explicit FileLock(const std::filesystem::path& path) {
+        fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (fd_ < 0) throw PosixError::fromErrno(errno, path.string());
+        while (::flock(fd_, LOCK_EX) != 0) {
+            if (errno == EINTR) continue;
+            int code = errno;
+            ::close(fd_);
+            throw PosixError::fromErrno(code, path.string());
+        }
+    }
+    ~FileLock() { ::close(fd_); }  // closing drops the lock
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+private:
+    int fd_ = -1;
+};
+
+}  // namespace
+
+SettingsStore::SettingsStore(std::filesystem::path file) : file_(std::move(file)) {}
+
+nlohmann::json SettingsStore::all() const { return readObject(file_); }
+
+std::optional<nlohmann::json> SettingsStore::value(const std::string& key) const {
+    auto object = readObject(file_);
+    auto found = object.find(key);
+    if (found == object.end() || found->is_null()) return std::nullopt;
+    return *found;
+}
+
+std::string SettingsStore::string(const std::string& key, const std::string& fallback) const {
+    auto stored = value(key);
+    return stored && stored->is_string() ? stored->get<std::string>() : fallback;
+}
+
+template <typename Change>
+void SettingsStore::modify(Change change) {
+    std::lock_guard guard(mutex_);
+    std::error_code ignored;
+    std::filesystem::create_directories(file_.parent_path(), ignored);
+    FileLock lock(file_.string() + ".lock");
+    auto object = readObject(file_);
+    change(object);
+    writeFileAtomically(file_, object.dump(2) + "\n");
+}
+
+void SettingsStore::setValue(const std::string& key, const nlohmann::json& value) {
+    modify([&](nlohmann::json& object) { object[key] = value; });
+}
+
+void SettingsStore::removeValue(const std::string& key) {
+    modify([&](nlohmann::json& object) { object.erase(key); });
+}
+
+}  // namespace tapekeep
