@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tapekeep {
+
+struct ProcessResult {
+    int status = 0;      // exit status; for a child killed by a signal, the signal number
+    std::string output;  // both streams decoded, when no line handler was given
+};
+
+// Runs every external program of the application: posix_spawn with one pipe for standard output
+// and one for standard error. A non-zero exit status is an ordinary result; callers decide what
+// it means. Thread-safe; run() blocks its calling thread, which is also where onLine is called.
+class ProcessRunner {
+public:
+    using LineHandler = std::function<void(const std::string& line)>;
+
+    struct Options {
+        // The child's whole environment as "NAME=value"; absent inherits this process's.
+        std::optional<std::vector<std::string>> environment;
+    };
+
+    static ProcessRunner& shared();
+
+    // With onLine, each CR- or LF-terminated non-empty line of either stream (and the last
+    // partial line) is handed over in order within its stream; output then stays empty.
+    // Cancellation sends the child SIGTERM once and throws Cancelled after it has ended,
+    // even when it ended normally. Throws PosixError when the program cannot be started.
+    ProcessResult run(const std::string& executable, const std::vector<std::string>& arguments,
+                      const LineHandler& onLine = {}, std::stop_token token = {}, const Options& options = {});
+
+    // How many children are running now.
+    [[nodiscard]] std::size_t runningCount() const;
+
+private:
+    class Execution;
+    mutable std::mutex registryLock_;
+    std::map<const Execution*, std::shared_ptr<Execution>> running_;  // guarded by registryLock_
+};
+
+}  // namespace tapekeep
