@@ -1,0 +1,88 @@
+#include "core/Utf8.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace tapekeep {
+namespace {
+
+constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
+
+// Index of the first byte at or above 0x80, or the size when there is none; eight bytes at a time.
+std::size_t asciiPrefixLength(std::string_view bytes) {
+    constexpr std::uint64_t highBits = 0x8080808080808080ULL;
+    std::size_t index = 0;
+    for (; index + 8 <= bytes.size(); index += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes.data() + index, sizeof word);
+        if ((word & highBits) != 0) break;
+    }
+    while (index < bytes.size() && static_cast<unsigned char>(bytes[index]) < 0x80) ++index;
+    return index;
+}
+
+struct LeadByte {
+    int continuationCount;     // 0 means the byte cannot start a sequence
+    unsigned char secondLow;   // allowed range of the byte right after the lead; narrower than
+    unsigned char secondHigh;  // 0x80-0xBF where overlongs, surrogates or values past U+10FFFF begin
+};
+
+LeadByte classify(unsigned char lead) {
+    if (lead >= 0xC2 && lead <= 0xDF) return {1, 0x80, 0xBF};
+    if (lead == 0xE0) return {2, 0xA0, 0xBF};
+    if (lead == 0xED) return {2, 0x80, 0x9F};
+    if (lead >= 0xE1 && lead <= 0xEF) return {2, 0x80, 0xBF};
+    if (lead == 0xF0) return {3, 0x90, 0xBF};
+    if (lead >= 0xF1 && lead <= 0xF3) return {3, 0x80, 0xBF};
+    if (lead == 0xF4) return {3, 0x80, 0x8F};
+    return {0, 0, 0};
+}
+
+// Length of the well-formed sequence starting at `bytes[0]` (a byte >= 0x80), or, negated, the
+// length of the ill-formed subpart that one U+FFFD replaces.
+int measureSequence(std::string_view bytes) {
+    const LeadByte lead = classify(static_cast<unsigned char>(bytes[0]));
+    if (lead.continuationCount == 0) return -1;
+    int taken = 1;
+    for (int i = 1; i <= lead.continuationCount; ++i, ++taken) {
+        if (static_cast<std::size_t>(i) >= bytes.size()) return -taken;
+        const auto byte = static_cast<unsigned char>(bytes[static_cast<std::size_t>(i)]);
+        const unsigned char low = i == 1 ? lead.secondLow : 0x80;
+        const unsigned char high = i == 1 ? lead.secondHigh : 0xBF;
+        if (byte < low || byte > high) return -taken;
+    }
+    return taken;
+}
+
+void appendMixed(std::string& out, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const std::size_t ascii = asciiPrefixLength(bytes);
+        out.append(bytes.data(), ascii);
+        bytes.remove_prefix(ascii);
+        if (bytes.empty()) return;
+        const int length = measureSequence(bytes);
+        if (length > 0) {
+            out.append(bytes.data(), static_cast<std::size_t>(length));
+        } else {
+            out.append(replacementCharacter);
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(length > 0 ? length : -length));
+    }
+}
+
+}  // namespace
+
+void appendRepairedUtf8(std::string& out, std::string_view bytes) {
+    const std::size_t ascii = asciiPrefixLength(bytes);
+    out.append(bytes.data(), ascii);
+    if (ascii < bytes.size()) appendMixed(out, bytes.substr(ascii));
+}
+
+std::string repairUtf8(std::string_view bytes) {
+    std::string out;
+    out.reserve(bytes.size());
+    appendRepairedUtf8(out, bytes);
+    return out;
+}
+
+}  // namespace tapekeep

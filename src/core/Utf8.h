@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tapekeep {
+
+// Decodes bytes leniently as UTF-8: every maximal ill-formed subpart (a stray continuation byte,
+// an overlong form, a surrogate, a value above U+10FFFF, a sequence cut short) becomes one
+// U+FFFD, and everything else is kept as it is. Pure ASCII takes a fast path. Any thread.
+std::string repairUtf8(std::string_view bytes);
+
+// The same, appended to `out`, so that a caller decoding many lines can reuse one buffer.
+void appendRepairedUtf8(std::string& out, std::string_view bytes);
+
+}  // namespace tapekeep
