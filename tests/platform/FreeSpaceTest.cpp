@@ -1,0 +1,25 @@
+#include "platform/FreeSpace.h"
+
+#include <gtest/gtest.h>
+
+#include "TempDir.h"
+
+namespace tapekeep {
+namespace {
+namespace fs = std::filesystem;
+
+TEST(FreeSpaceTest, AvailableBytesLieWithinTheFileSystemsCapacity) {
+    test::TempDir temp;
+    const auto available = availableBytes(temp.path());
+    ASSERT_TRUE(available.has_value());
+    EXPECT_GT(*available, 0);
+    EXPECT_LE(static_cast<std::uintmax_t>(*available), fs::space(temp.path()).capacity);
+}
+
+TEST(FreeSpaceTest, AvailableBytesOfAMissingPathAreUnknown) {
+    test::TempDir temp;
+    EXPECT_FALSE(availableBytes(temp / "missing").has_value());
+}
+
+}  // namespace
+}  // namespace tapekeep
