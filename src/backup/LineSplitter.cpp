@@ -55,7 +55,8 @@ void LineSplitter::append(std::string_view bytes) {
     while (terminator != finder.end()) {
         if (terminator != lineStart) {
             line.clear();
-            appendRepairedUtf8(line, std::string_view(lineStart, static_cast<std::size_t>(terminator - lineStart)));
+            appendRepairedUtf8(line,
+                               std::string_view(lineStart, static_cast<std::size_t>(terminator - lineStart)));
             onLine_(line);
         }
         lineStart = terminator + 1;
@@ -72,4 +73,3 @@ void LineSplitter::finish() {
 }
 
 }  // namespace tapekeep
-

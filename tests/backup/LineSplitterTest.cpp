@@ -31,23 +31,24 @@ TEST_P(LineSplitterCases, DeliversTheNonEmptyLinesInOrder) {
 
 INSTANTIATE_TEST_SUITE_P(
     Streams, LineSplitterCases,
-    testing::Values(
-        SplitCase{"Nothing", {}, {}},
-        SplitCase{"EmptyChunks", {"", "", ""}, {}},
-        SplitCase{"LineFeeds", {"sending incremental file list\nSongs/\n"}, {"sending incremental file list", "Songs/"}},
-        SplitCase{"CarriageReturnLineFeedIsOneLine", {"a\r\nb\r\n"}, {"a", "b"}},
-        SplitCase{"CarriageReturnsRefreshProgress",
-                  {"  1,024  10%  1.00kB/s  0:00:01\r  2,048  20%  2.00kB/s  0:00:01\r"},
-                  {"  1,024  10%  1.00kB/s  0:00:01", "  2,048  20%  2.00kB/s  0:00:01"}},
-        SplitCase{"OnlyTerminators", {"\n\r\n\r\r\n\n"}, {}},
-        SplitCase{"UnterminatedRestOnFinish", {"done\nrest"}, {"done", "rest"}},
-        SplitCase{"LineAcrossChunks", {"Sam", "ples/kick", ".wav\nnext"}, {"Samples/kick.wav", "next"}},
-        SplitCase{"TerminatorOpensNextChunk", {"first", "\nsecond\n"}, {"first", "second"}},
-        SplitCase{"CarriageReturnAndLineFeedInTwoChunks", {"a\r", "\nb"}, {"a", "b"}},
-        SplitCase{"MultiByteCharacterAcrossChunks", {"Caf\xC3", "\xA9\n"}, {"Caf\xC3\xA9"}},
-        SplitCase{"InvalidBytesRepaired", {"bad \xFF name\n"}, {"bad \xEF\xBF\xBD name"}},
-        SplitCase{"TruncatedSequenceBeforeTerminator", {"x\xE2\x82\ny"}, {"x\xEF\xBF\xBD", "y"}},
-        SplitCase{"SpacesOnlyLineIsKept", {"  \n"}, {"  "}}),
+    testing::Values(SplitCase{"Nothing", {}, {}}, SplitCase{"EmptyChunks", {"", "", ""}, {}},
+                    SplitCase{"LineFeeds",
+                              {"sending incremental file list\nSongs/\n"},
+                              {"sending incremental file list", "Songs/"}},
+                    SplitCase{"CarriageReturnLineFeedIsOneLine", {"a\r\nb\r\n"}, {"a", "b"}},
+                    SplitCase{"CarriageReturnsRefreshProgress",
+                              {"  1,024  10%  1.00kB/s  0:00:01\r  2,048  20%  2.00kB/s  0:00:01\r"},
+                              {"  1,024  10%  1.00kB/s  0:00:01", "  2,048  20%  2.00kB/s  0:00:01"}},
+                    SplitCase{"OnlyTerminators", {"\n\r\n\r\r\n\n"}, {}},
+                    SplitCase{"UnterminatedRestOnFinish", {"done\nrest"}, {"done", "rest"}},
+                    SplitCase{
+                        "LineAcrossChunks", {"Sam", "ples/kick", ".wav\nnext"}, {"Samples/kick.wav", "next"}},
+                    SplitCase{"TerminatorOpensNextChunk", {"first", "\nsecond\n"}, {"first", "second"}},
+                    SplitCase{"CarriageReturnAndLineFeedInTwoChunks", {"a\r", "\nb"}, {"a", "b"}},
+                    SplitCase{"MultiByteCharacterAcrossChunks", {"Caf\xC3", "\xA9\n"}, {"Caf\xC3\xA9"}},
+                    SplitCase{"InvalidBytesRepaired", {"bad \xFF name\n"}, {"bad \xEF\xBF\xBD name"}},
+                    SplitCase{"TruncatedSequenceBeforeTerminator", {"x\xE2\x82\ny"}, {"x\xEF\xBF\xBD", "y"}},
+                    SplitCase{"SpacesOnlyLineIsKept", {"  \n"}, {"  "}}),
     [](const testing::TestParamInfo<SplitCase>& testCase) { return std::string(testCase.param.name); });
 
 TEST(LineSplitterTest, HoldsAnUnterminatedLineUntilFinish) {
