@@ -1,0 +1,112 @@
+// Tapekeep's cost over rsync's own work: a generated card of 2,000+ files and 300+ MB is backed
+// up first in full and then unchanged, once through BackupOperation and once as the same rsync
+// invocations run bare (fork, exec, wait; output discarded), and the two wall times are compared.
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "backup/BackupOperation.h"
+#include "backup/RsyncCommands.h"
+
+namespace fs = std::filesystem;
+using namespace tapekeep;
+using Seconds = std::chrono::duration<double>;
+
+namespace {
+
+constexpr int fileCount = 2400;
+constexpr std::size_t bytesPerFile = 131'072;  // 2,400 × 128 KiB ≈ 315 MB
+
+void generateCard(const fs::path& card) {
+    std::string block(bytesPerFile, '\0');
+    unsigned seed = 12345;
+    for (auto& byte : block) {
+        seed = seed * 1103515245u + 12345u;
+        byte = static_cast<char>(seed >> 16);
+    }
+    for (int i = 0; i < fileCount; ++i) {
+        const fs::path folder = card / (i % 10 == 0 ? "Songs" : "Samples/Kit " + std::to_string(i % 37));
+        fs::create_directories(folder);
+        std::snprintf(block.data(), 32, "file %d", i);  // every file differs from the others
+        std::ofstream(folder / ("take " + std::to_string(i) + (i % 10 == 0 ? ".m8s" : ".wav")), std::ios::binary)
+            << block;
+    }
+    fs::create_directories(card / "Instruments");
+}
+
+int runBare(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words = {"/usr/bin/rsync"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    extern char** environ;
+    if (::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) return -1;
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+// The dry run and the transfer that a backup makes, with nothing around them.
+double bareBackup(const fs::path& card, const fs::path& destination, const std::optional<fs::path>& linkDest) {
+    const auto start = std::chrono::steady_clock::now();
+    fs::create_directories(destination);
+    runBare(RsyncCommands::estimateArguments(card, destination, linkDest));
+    runBare(RsyncCommands::fullBackupArguments(card, destination, linkDest, true));
+    return Seconds(std::chrono::steady_clock::now() - start).count();
+}
+
+double tapekeepBackup(const BackupRequest& request) {
+    const auto start = std::chrono::steady_clock::now();
+    BackupOperation::run(
+        request, [](const std::string&) {}, {}, BackupOperation::defaultRsyncRunner(),
+        [](const BackupRequest&, std::stop_token) {}, {});
+    return Seconds(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+int main() {
+    const fs::path root = fs::temp_directory_path() / "tapekeep-bench-backup";
+    fs::remove_all(root);
+    const fs::path card = root / "M8BENCH";
+    std::printf("generating %d files of %zu bytes…\n", fileCount, bytesPerFile);
+    generateCard(card);
+    runBare({"-an", "--stats", card.string() + "/", (root / "warm").string() + "/"});  // warm the cache
+
+    BackupRequest request;
+    request.card = SDCard{card, "M8BENCH", "BENCH-0000-0000-00000001"};
+    request.baseURL = root / "store";
+    request.rsyncPath = "/usr/bin/rsync";
+    request.keepCount = 5;
+
+    double bare = 0, ours = 0;
+    const double bareFull = bareBackup(card, root / "bare/one", std::nullopt);
+    const double oursFull = tapekeepBackup(request);
+    const double bareUnchanged = bareBackup(card, root / "bare/two", root / "bare/one");
+    const double oursUnchanged = tapekeepBackup(request);
+    bare = bareFull + bareUnchanged;
+    ours = oursFull + oursUnchanged;
+
+    std::printf("full copy:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f\n", oursFull, bareFull, oursFull / bareFull);
+    std::printf("unchanged:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f\n", oursUnchanged, bareUnchanged,
+                oursUnchanged / bareUnchanged);
+    std::printf("overall ratio %.3f (target: <= 1.05)\n", ours / bare);
+    fs::remove_all(root);
+    return 0;
+}

@@ -1,0 +1,342 @@
+#include "backup/BackupOperation.h"
+
+#include <cerrno>
+#include <future>
+
+#include "backup/BackupOperationError.h"
+#include "backup/BackupRepository.h"
+#include "backup/LatestLinkFailure.h"
+#include "backup/RotationGuard.h"
+#include "backup/RsyncCommands.h"
+#include "backup/RsyncProcess.h"
+#include "backup/RsyncVersion.h"
+#include "core/AtomicFile.h"
+#include "core/BackupSet.h"
+#include "core/Cancelled.h"
+#include "core/Formatting.h"
+#include "platform/FileTimes.h"
+#include "platform/FreeSpace.h"
+
+namespace tapekeep {
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path canonicalForComparison(const fs::path& path) {
+    std::error_code error;
+    fs::path resolved = fs::weakly_canonical(path, error);
+    return (error ? path : resolved).lexically_normal();
+}
+
+std::string withTrailingSlash(const fs::path& path) {
+    std::string text = path.string();
+    if (text.empty() || text.back() != '/') text += '/';
+    return text;
+}
+
+bool pathsOverlap(const fs::path& a, const fs::path& b) {
+    const std::string left = withTrailingSlash(canonicalForComparison(a));
+    const std::string right = withTrailingSlash(canonicalForComparison(b));
+    return left == right || left.starts_with(right) || right.starts_with(left);
+}
+
+std::string trimmed(const std::string& text) {
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string result;
+    for (const auto& part : parts) result += (result.empty() ? "" : separator) + part;
+    return result;
+}
+
+// The state of one run: the request, its handlers and the run-local values they share.
+class BackupRun {
+public:
+    BackupRun(const BackupRequest& request, const BackupOperation::LogHandler& log,
+              const BackupOperation::EventHandler& onEvent, const BackupOperation::RsyncRunner& runRsync,
+              const BackupOperation::VolumeValidator& validateVolume, std::stop_token token,
+              const BackupOperation::Environment& environment)
+        : request_(request),
+          log_(log),
+          onEvent_(onEvent),
+          runRsync_(runRsync),
+          validateVolume_(validateVolume),
+          token_(std::move(token)),
+          environment_(environment),
+          repository_(request.baseURL),
+          setRoot_(request.baseURL / backupSetFolderName(request.card.volumeName, request.card.diskUtilUUID)) {}
+
+    BackupOutcome run() {
+        prepare();
+        publishedVersion_ = stageAndPublish();
+        if (request_.rotate) rotateAfterPublish();
+        return BackupOutcome{publishedVersion_, warnings_.empty() ? std::nullopt : std::optional(joined(warnings_, " "))};
+    }
+
+private:
+    // Steps before anything is written: identity, overlap, rsync class, link base, old remains.
+    void prepare() {
+        throwIfCancelled(token_);
+        validate();
+        if (pathsOverlap(request_.card.mountPath, setRoot_))
+            throw BackupOperationError::message("Source and destination must not overlap.");
+        classifyRsync();
+        resolveLinkBase();
+        if (rsyncClass_.kind() == RsyncVersion::Kind::systemOrOpenrsync && linkBase_)
+            log("System rsync: using independent copies to preserve backup contents and timestamps.");
+        if (partial_ && request_.selectedFolders.empty() && request_.selectedSongs.empty())
+            throw BackupOperationError::message("Nothing selected to back up.");
+        requireAvailableStages();
+        removeEarlierIncomplete();
+    }
+
+    void classifyRsync() {
+        rsyncClass_ = RsyncVersion::detect(request_.rsyncPath, token_);
+        if (rsyncClass_.kind() == RsyncVersion::Kind::unsupported)
+            throw BackupOperationError::message("Unsupported rsync version. Select a supported rsync in Settings.");
+        canShowProgress_ = rsyncClass_.hasFullFeatures();
+    }
+
+    void resolveLinkBase() {
+        previous_ = BackupRepository::resolvePreviousVersion(setRoot_);
+        if (!request_.forceFullCopy) linkBase_ = previous_;
+        partial_ = request_.selective && linkBase_.has_value();
+        if (linkBase_ && rsyncClass_.hasFullFeatures()) linkDest_ = linkBase_;
+    }
+
+    // The selective transfer and the checksum pass come with the content model; until then a request
+    // for either is refused before anything is written, rather than silently backing up something else.
+    void requireAvailableStages() const {
+        if (partial_)
+            throw BackupOperationError::message(
+                "Backing up selected folders or songs is not available in this version. Back up the whole card.");
+        if (request_.verify)
+            throw BackupOperationError::message(
+                "Verification after backup is not available in this version. Turn it off in Settings.");
+    }
+
+    void removeEarlierIncomplete() {
+        try {
+            const auto removed = repository_.removeIncomplete(setRoot_, environment_.now(), token_);
+            if (!removed.empty())
+                log("Removed " + std::to_string(removed.size()) +
+                    " incomplete backup(s) left by earlier failed runs.");
+        } catch (const Cancelled&) {
+            throw;
+        } catch (const std::exception& error) {
+            log(std::string("Could not remove earlier incomplete backups: ") + error.what());
+        }
+    }
+
+    // From the creation of the staging folder to a published version; every failure on the way goes
+    // through the failure rule and is then rethrown unchanged.
+    fs::path stageAndPublish() {
+        staging_ = repository_.createStaging(setRoot_);
+        try {
+            estimateAndCheckSpace();
+            transfer();
+            finishStaging();
+            return publish();
+        } catch (...) {
+            applyFailureRule(std::current_exception());
+            throw;
+        }
+    }
+
+    void estimateAndCheckSpace() {
+        log("Checking disk space…");
+        std::vector<std::string> lines;
+        runChecked(RsyncCommands::estimateArguments(request_.card.mountPath, staging_, linkDest_),
+                   [&lines](const std::string& line) { lines.push_back(line); });
+        std::optional<std::int64_t> estimatedBytes, estimatedFiles;
+        for (const auto& line : lines) {
+            if (!estimatedBytes && line.starts_with("Total transferred file size"))
+                estimatedBytes = BackupOperation::parseStatsNumber(line, true);
+            if (!estimatedFiles &&
+                (line.starts_with("Number of regular files transferred") ||
+                 line.starts_with("Number of files transferred")))
+                estimatedFiles = BackupOperation::parseStatsNumber(line, false);
+        }
+        checkSpace(estimatedBytes);
+        report(TransferEvent::expectedBytes(partial_ ? std::nullopt : estimatedBytes));
+        report(TransferEvent::expectedFiles(partial_ ? std::nullopt : estimatedFiles));
+    }
+
+    void checkSpace(std::optional<std::int64_t> estimatedBytes) {
+        std::optional<std::int64_t> available;
+        try {
+            available = environment_.availableBytes(staging_);
+        } catch (const std::exception&) {
+        }
+        if (!estimatedBytes || !available) {
+            log("Disk space check skipped: rsync did not report a transfer size.");
+            return;
+        }
+        log("Estimated transfer: " + formatByteCount(*estimatedBytes) + ", available: " +
+            formatByteCount(*available) + ".");
+        if (*available < *estimatedBytes + BackupOperation::requiredHeadroomBytes)
+            throw BackupOperationError::message("Not enough disk space for this backup.");
+    }
+
+    void transfer() {
+        throwIfCancelled(token_);
+        validate();
+        for (const auto& arguments : transferPlan()) runChecked(arguments, log_);
+        report(TransferEvent::transferFinished());
+        validate();
+    }
+
+    std::vector<std::vector<std::string>> transferPlan() const {
+        return {RsyncCommands::fullBackupArguments(request_.card.mountPath, staging_, linkDest_, canShowProgress_)};
+    }
+
+    void finishStaging() {
+        throwIfCancelled(token_);
+        validate();
+        setModificationTimeToNow(staging_);
+    }
+
+    fs::path publish() {
+        try {
+            return repository_.publishStaging(staging_, setRoot_, environment_.now(), token_);
+        } catch (const LatestLinkFailure& failure) {
+            warn("Backup saved, but the \"latest\" link could not be updated: " + failure.underlyingDescription());
+            return failure.versionURL();
+        }
+    }
+
+    // After publishing the backup exists: nothing here may fail the run, only add a warning.
+    void rotateAfterPublish() {
+        if (auto warning = guardRotation()) {
+            warn(*warning);
+            return;
+        }
+        try {
+            repository_.rotate(setRoot_, request_.keepCount, token_);
+        } catch (const Cancelled&) {
+            warn("Backup saved. Old versions were not removed because the operation was cancelled.");
+        } catch (const std::exception& error) {
+            warn(std::string("Backup saved, but old versions could not be fully removed: ") + error.what());
+        }
+    }
+
+    // Counting files walks two whole versions, so it runs on a task of its own that the run's
+    // cancellation reaches; a warning from it keeps every older version.
+    std::optional<std::string> guardRotation() {
+        std::stop_source guardStop;
+        std::stop_callback forward(token_, [&guardStop] { guardStop.request_stop(); });
+        const auto newVersion = publishedVersion_;
+        const auto previous = previous_;
+        auto guard = std::async(std::launch::async, [newVersion, previous, token = guardStop.get_token()] {
+            return RotationGuard::compareWithPrevious(newVersion, previous, token);
+        });
+        try {
+            return guard.get();
+        } catch (const Cancelled&) {
+            return "Backup saved. Old versions were not removed because the operation was cancelled.";
+        } catch (const std::exception& error) {
+            return std::string("Backup saved, but old versions could not be fully removed: ") + error.what();
+        }
+    }
+
+    void runChecked(const std::vector<std::string>& arguments, const BackupOperation::LineHandler& onLine) {
+        throwIfCancelled(token_);
+        validate();
+        const int status = runRsync_(request_.rsyncPath, arguments, onLine, token_);
+        throwIfCancelled(token_);
+        if (status != 0) throw BackupOperationError::transferFailed(status);
+    }
+
+    void applyFailureRule(const std::exception_ptr& error) {
+        std::error_code missing;
+        if (!fs::exists(fs::symlink_status(staging_, missing))) return;
+        if (isCancellation(error) || request_.mismatchAction == "abort") {
+            std::error_code removal;
+            fs::remove_all(staging_, removal);
+            if (removal) log("Could not remove incomplete backup at " + staging_.string() + ": " + removal.message());
+            return;
+        }
+        try {
+            writeFileAtomically(staging_ / "failure.txt",
+                                "Incomplete backup. Not a restore source.\n" + describe(error) + "\n");
+        } catch (const std::exception&) {
+        }
+        log("Incomplete backup retained for diagnosis at " + staging_.string() +
+            ". It is not listed for restore and will be removed automatically on the next backup run for this "
+            "card.");
+    }
+
+    void validate() { validateVolume_(request_, token_); }
+    void log(const std::string& line) const {
+        if (log_) log_(line);
+    }
+    void warn(const std::string& warning) {
+        warnings_.push_back(warning);
+        log(warning);
+    }
+    void report(const TransferEvent& event) const {
+        if (onEvent_) onEvent_(event);
+    }
+
+    const BackupRequest& request_;
+    const BackupOperation::LogHandler& log_;
+    const BackupOperation::EventHandler& onEvent_;
+    const BackupOperation::RsyncRunner& runRsync_;
+    const BackupOperation::VolumeValidator& validateVolume_;
+    std::stop_token token_;
+    const BackupOperation::Environment& environment_;
+    BackupRepository repository_;
+    const fs::path setRoot_;
+
+    RsyncVersion rsyncClass_ = RsyncVersion::unsupported({});
+    bool canShowProgress_ = false;
+    std::optional<fs::path> previous_, linkBase_, linkDest_;
+    bool partial_ = false;
+    fs::path staging_;
+    fs::path publishedVersion_;
+    std::vector<std::string> warnings_;
+};
+
+}  // namespace
+
+BackupOperation::Environment BackupOperation::Environment::system() {
+    return Environment{[](const fs::path& path) { return tapekeep::availableBytes(path); },
+                       [] { return Clock::now(); }};
+}
+
+BackupOperation::Outcome BackupOperation::run(const Request& request, const LogHandler& log,
+                                              const EventHandler& onEvent, const RsyncRunner& runRsync,
+                                              const VolumeValidator& validateVolume, std::stop_token token,
+                                              const Environment& environment) {
+    return BackupRun(request, log, onEvent, runRsync, validateVolume, std::move(token), environment).run();
+}
+
+BackupOperation::RsyncRunner BackupOperation::defaultRsyncRunner() {
+    return [](const std::string& rsyncPath, const std::vector<std::string>& arguments, const LineHandler& onLine,
+              std::stop_token token) { return tapekeep::runRsync(rsyncPath, arguments, onLine, std::move(token)); };
+}
+
+std::optional<std::int64_t> BackupOperation::parseStatsNumber(const std::string& line, bool stripBytes) {
+    const auto colon = line.find(':');
+    if (colon == std::string::npos) return std::nullopt;
+    std::string value = line.substr(colon + 1);
+    if (stripBytes) {
+        if (auto bytes = value.find(" bytes"); bytes != std::string::npos) value.erase(bytes);
+    }
+    std::erase(value, ',');
+    value = trimmed(value);
+    std::size_t digitsFrom = (!value.empty() && (value[0] == '+' || value[0] == '-')) ? 1 : 0;
+    if (value.size() == digitsFrom) return std::nullopt;
+    for (std::size_t i = digitsFrom; i < value.size(); ++i)
+        if (value[i] < '0' || value[i] > '9') return std::nullopt;
+    errno = 0;
+    char* end = nullptr;
+    long long parsed = std::strtoll(value.c_str(), &end, 10);
+    if (errno == ERANGE) return std::nullopt;
+    return static_cast<std::int64_t>(parsed);
+}
+
+}  // namespace tapekeep

@@ -1,0 +1,53 @@
+#include "cli/VersionsCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "backup/BackupRepository.h"
+#include "cli/CliError.h"
+#include "core/Timestamp.h"
+
+namespace tapekeep::cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path setFolder(CliContext& context, const std::string& name) {
+    // A set is named by its folder alone: nothing may lead outside the base folder.
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
+        throw UsageError("Unknown backup set \"" + name + "\".");
+    const fs::path folder = context.baseFolder() / name;
+    if (!BackupRepository::isRealDirectory(folder)) throw UsageError("Unknown backup set \"" + name + "\".");
+    return folder;
+}
+
+nlohmann::json versionJson(const BackupVersion& version) {
+    const std::string note = BackupRepository::readNote(version.url);
+    return {{"folderName", version.folderName},
+            {"path", version.url.string()},
+            {"date", version.date ? nlohmann::json(formatIso8601Utc(*version.date)) : nlohmann::json(nullptr)},
+            {"isLatest", version.isLatest},
+            {"note", note.empty() ? nlohmann::json(nullptr) : nlohmann::json(note)}};
+}
+
+}  // namespace
+
+int VersionsCommand::run(CliContext& context, Arguments arguments) {
+    const auto operands = arguments.operands(1, 1, usage());
+    const fs::path folder = setFolder(context, operands[0]);
+    const auto versions = BackupRepository(context.baseFolder()).listVersions(folder);
+    if (context.json()) {
+        auto list = nlohmann::json::array();
+        for (const auto& version : versions) list.push_back(versionJson(version));
+        context.out() << nlohmann::json{{"versions", list}}.dump(2) << '\n';
+        return 0;
+    }
+    if (versions.empty()) context.out() << "No versions in " << folder.string() << ".\n";
+    for (const auto& version : versions) {
+        const std::string note = BackupRepository::readNote(version.url);
+        context.out() << version.folderName << (version.isLatest ? "\tlatest" : "\t") << (note.empty() ? "" : "\t")
+                      << note << '\n';
+    }
+    return 0;
+}
+
+}  // namespace tapekeep::cli

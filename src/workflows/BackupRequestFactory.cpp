@@ -1,0 +1,41 @@
+#include "workflows/BackupRequestFactory.h"
+
+#include "app/AppSettings.h"
+
+namespace tapekeep {
+namespace fs = std::filesystem;
+
+namespace {
+
+fs::path comparable(const fs::path& path) {
+    std::error_code error;
+    const fs::path resolved = fs::weakly_canonical(path, error);
+    return (error ? path : resolved).lexically_normal();
+}
+
+}  // namespace
+
+bool needsFullCopy(const std::optional<fs::path>& destinationOverride, const fs::path& baseFolder) {
+    if (!destinationOverride) return false;
+    if (baseFolder.empty()) return true;
+    return comparable(*destinationOverride) != comparable(baseFolder);
+}
+
+BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice) {
+    const fs::path baseFolder = settings.backupBaseDirPath().toStdString();
+    BackupRequest request;
+    request.card = card;
+    request.baseURL = choice.destinationOverride.value_or(baseFolder);
+    request.rsyncPath = settings.rsyncPath().toStdString();
+    request.keepCount = settings.keepCount();
+    request.selectedFolders = choice.selectedFolders;
+    request.selectedSongs = choice.selectedSongs;
+    request.selective = choice.selective;
+    request.forceFullCopy = needsFullCopy(choice.destinationOverride, baseFolder);
+    request.verify = settings.verifyAfterBackup();
+    request.mismatchAction = settings.verifyMismatchActionRaw().toStdString();
+    request.rotate = settings.rotateBackups();
+    return request;
+}
+
+}  // namespace tapekeep

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backup/BackupRequest.h"
+#include "core/SDCard.h"
+
+namespace tapekeep {
+
+class AppSettings;
+
+// What the user chose for one run, besides the settings.
+struct BackupChoice {
+    std::optional<std::filesystem::path> destinationOverride;  // a one-shot destination
+    std::vector<std::string> selectedFolders;
+    std::vector<std::string> selectedSongs;
+    bool selective = false;  // the selection is a part of the card
+};
+
+// Builds the request of one run from the settings and the user's choice. A one-shot destination
+// other than the usual base folder forces a full copy, so that it never hard-links into the store.
+BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice);
+
+// True when a one-shot destination must not link against the usual store.
+bool needsFullCopy(const std::optional<std::filesystem::path>& destinationOverride,
+                   const std::filesystem::path& baseFolder);
+
+}  // namespace tapekeep

@@ -1,0 +1,309 @@
+#include "backup/BackupOperation.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+
+#include "TempDir.h"
+#include "backup/BackupOperationError.h"
+#include "backup/BackupRepository.h"
+#include "backup/RotationGuard.h"
+#include "core/Cancelled.h"
+
+namespace tapekeep {
+namespace {
+namespace fs = std::filesystem;
+using test::readFile;
+using test::TempDir;
+using test::writeFile;
+
+constexpr const char* rsyncPath = "/usr/bin/rsync";
+
+class BackupOperationTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(card_);
+        writeFile(card_ / "Songs/intro.m8s", "song one");
+        writeFile(card_ / "Songs/verse.m8s", "song two");
+        writeFile(card_ / "Samples/kick.wav", std::string(4096, 'k'));
+        writeFile(card_ / "Instruments/bass.m8i", "bass");
+        request_.card = SDCard{card_, "CARD", "76FA-7D45-AAAA-BBBB"};
+        request_.baseURL = base_;
+        request_.rsyncPath = rsyncPath;
+        request_.keepCount = 5;
+    }
+
+    BackupOutcome run(const BackupOperation::RsyncRunner& runner = BackupOperation::defaultRsyncRunner(),
+                      std::stop_token token = {}) {
+        return BackupOperation::run(
+            request_, [this](const std::string& line) { log_.push_back(line); },
+            [this](const TransferEvent& event) { events_.push_back(event); }, runner, validator_, token,
+            environment_);
+    }
+
+    fs::path setRoot() const { return base_ / "CARD_AAAABBBB"; }
+
+    std::vector<std::string> entries(const fs::path& folder) const {
+        std::vector<std::string> names;
+        if (!fs::exists(folder)) return names;
+        for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    std::vector<fs::path> stagingFolders() const {
+        std::vector<fs::path> found;
+        for (const auto& name : entries(setRoot()))
+            if (name.starts_with(".incomplete-")) found.push_back(setRoot() / name);
+        return found;
+    }
+
+    bool logged(const std::string& text) const {
+        return std::find(log_.begin(), log_.end(), text) != log_.end();
+    }
+
+    TempDir temp_;
+    fs::path card_ = temp_ / "volumes/CARD";
+    fs::path base_ = temp_ / "backups";
+    BackupRequest request_;
+    std::vector<std::string> log_;
+    std::vector<TransferEvent> events_;
+    BackupOperation::VolumeValidator validator_ = [](const BackupRequest&, std::stop_token) {};
+    BackupOperation::Environment environment_ = BackupOperation::Environment::system();
+};
+
+// A runner that lets real rsync do the work but reports a chosen status for the transfer pass.
+BackupOperation::RsyncRunner failingTransfer(int status) {
+    return [status](const std::string& path, const std::vector<std::string>& arguments,
+                    const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const int real = BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+        const bool dryRun = std::find(arguments.begin(), arguments.end(), "-an") != arguments.end();
+        return dryRun ? real : status;
+    };
+}
+
+TEST_F(BackupOperationTest, FirstBackupPublishesAVersionEqualToTheCardAndALatestLink) {
+    const auto outcome = run();
+    EXPECT_FALSE(outcome.warning.has_value());
+    EXPECT_EQ(outcome.versionURL.parent_path(), setRoot());
+    EXPECT_TRUE(outcome.versionURL.filename().string().starts_with("backup-"));
+    EXPECT_EQ(readFile(outcome.versionURL / "Songs/intro.m8s"), "song one");
+    EXPECT_EQ(readFile(outcome.versionURL / "Samples/kick.wav"), std::string(4096, 'k'));
+    EXPECT_EQ(fs::read_symlink(setRoot() / "latest"), outcome.versionURL.filename());
+    EXPECT_TRUE(stagingFolders().empty());
+    EXPECT_TRUE(logged("Checking disk space…"));
+    ASSERT_GE(events_.size(), 3u);
+    EXPECT_EQ(events_[0].kind, TransferEvent::Kind::expectedBytes);
+    EXPECT_EQ(events_[0].value, 4096 + 8 + 8 + 4);
+    EXPECT_EQ(events_.back(), TransferEvent::transferFinished());
+}
+
+TEST_F(BackupOperationTest, SecondBackupHardLinksEveryUnchangedFile) {
+    const auto first = run();
+    environment_.now = [] { return Clock::now() + std::chrono::seconds(5); };
+    writeFile(card_ / "Songs/verse.m8s", "song two, changed");
+    const auto second = run();
+    ASSERT_NE(first.versionURL, second.versionURL);
+    struct stat a {}, b {};
+    for (const char* unchanged : {"Songs/intro.m8s", "Samples/kick.wav", "Instruments/bass.m8i"}) {
+        ASSERT_EQ(::stat((first.versionURL / unchanged).c_str(), &a), 0);
+        ASSERT_EQ(::stat((second.versionURL / unchanged).c_str(), &b), 0);
+        EXPECT_EQ(a.st_ino, b.st_ino) << unchanged;
+    }
+    ::stat((first.versionURL / "Songs/verse.m8s").c_str(), &a);
+    ::stat((second.versionURL / "Songs/verse.m8s").c_str(), &b);
+    EXPECT_NE(a.st_ino, b.st_ino);
+    EXPECT_EQ(readFile(second.versionURL / "Songs/verse.m8s"), "song two, changed");
+    EXPECT_EQ(fs::read_symlink(setRoot() / "latest"), second.versionURL.filename());
+}
+
+TEST_F(BackupOperationTest, NonZeroRsyncExitsFailWithTheirOwnWordsAndPublishNothing) {
+    struct Case {
+        int status;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {24, "Source files disappeared during backup. The backup is incomplete and was not published."},
+        {23, "Backup transfer failed (rsync exit 23). The backup was not published."},
+    };
+    for (const auto& c : cases) {
+        try {
+            run(failingTransfer(c.status));
+            ADD_FAILURE() << "exit " << c.status << " did not fail the run";
+        } catch (const BackupOperationError& error) {
+            EXPECT_EQ(error.description(), c.text);
+        }
+        EXPECT_TRUE(BackupRepository(base_).listVersions(setRoot()).empty());
+        EXPECT_FALSE(fs::exists(fs::symlink_status(setRoot() / "latest")));
+    }
+    // The newest failed staging folder stays for diagnosis, marked as no restore source.
+    const auto staging = stagingFolders();
+    ASSERT_EQ(staging.size(), 1u);
+    EXPECT_EQ(readFile(staging[0] / "failure.txt"),
+              "Incomplete backup. Not a restore source.\nBackup transfer failed (rsync exit 23). The backup was "
+              "not published.\n");
+}
+
+TEST_F(BackupOperationTest, DiskSpaceOfEstimatePlusHeadroomIsExactlyEnough) {
+    std::int64_t available = 0;
+    environment_.availableBytes = [&available](const fs::path&) { return available; };
+    const std::int64_t estimate = 4096 + 8 + 8 + 4;
+
+    available = estimate + BackupOperation::requiredHeadroomBytes - 1;
+    request_.mismatchAction = "flag";
+    EXPECT_THROW(
+        {
+            try {
+                run();
+            } catch (const BackupOperationError& error) {
+                EXPECT_EQ(error.description(), "Not enough disk space for this backup.");
+                throw;
+            }
+        },
+        BackupOperationError);
+    ASSERT_EQ(stagingFolders().size(), 1u);
+    EXPECT_TRUE(fs::exists(stagingFolders()[0] / "failure.txt"));
+
+    available = estimate + BackupOperation::requiredHeadroomBytes;
+    EXPECT_NO_THROW(run());
+    EXPECT_TRUE(logged("Estimated transfer: 4 KB, available: 104.9 MB."));
+}
+
+TEST_F(BackupOperationTest, AbortDiscardsTheStagingFolderOfAnyFailure) {
+    environment_.availableBytes = [](const fs::path&) { return std::int64_t{0}; };
+    request_.mismatchAction = "abort";
+    EXPECT_THROW(run(), BackupOperationError);
+    EXPECT_TRUE(stagingFolders().empty());
+}
+
+TEST_F(BackupOperationTest, UnknownFreeSpaceSkipsTheCheck) {
+    environment_.availableBytes = [](const fs::path&) { return std::optional<std::int64_t>(); };
+    EXPECT_NO_THROW(run());
+    EXPECT_TRUE(logged("Disk space check skipped: rsync did not report a transfer size."));
+}
+
+TEST_F(BackupOperationTest, CardPulledBetweenPassesFailsWithTheIdentityMessageAndKeepsTheDiagnosis) {
+    int calls = 0;
+    validator_ = [&calls](const BackupRequest&, std::stop_token) {
+        // The run checks before the dry run and again before the transfer: the card goes in between.
+        if (++calls > 3)
+            throw BackupOperationError::message(
+                "Volume identity or mount path changed. Reconnect the card and select it again.");
+    };
+    try {
+        run();
+        FAIL() << "the run went on without its card";
+    } catch (const BackupOperationError& error) {
+        EXPECT_EQ(error.description(), "Volume identity or mount path changed. Reconnect the card and select it again.");
+    }
+    ASSERT_EQ(stagingFolders().size(), 1u);
+    EXPECT_NE(readFile(stagingFolders()[0] / "failure.txt").find("Volume identity or mount path changed."),
+              std::string::npos);
+    EXPECT_TRUE(BackupRepository(base_).listVersions(setRoot()).empty());
+}
+
+TEST_F(BackupOperationTest, CancellationDuringTheTransferRemovesStagingAndPublishesNothing) {
+    std::stop_source stop;
+    auto cancellingRunner = [&stop](const std::string& path, const std::vector<std::string>& arguments,
+                                    const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const bool dryRun = std::find(arguments.begin(), arguments.end(), "-an") != arguments.end();
+        if (!dryRun) stop.request_stop();
+        return BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+    };
+    EXPECT_THROW(run(cancellingRunner, stop.get_token()), Cancelled);
+    EXPECT_TRUE(stagingFolders().empty());
+    EXPECT_TRUE(BackupRepository(base_).listVersions(setRoot()).empty());
+}
+
+TEST_F(BackupOperationTest, RefusalsBeforeStagingLeaveNothingBehind) {
+    struct Case {
+        std::string name;
+        std::function<void(BackupRequest&, const TempDir&)> arrange;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {"base inside the card", [](BackupRequest& r, const TempDir&) { r.baseURL = r.card.mountPath / "backups"; },
+         "Source and destination must not overlap."},
+        {"card inside the set", [](BackupRequest& r, const TempDir&) { r.card.mountPath = r.baseURL / "CARD_AAAABBBB"; },
+         "Source and destination must not overlap."},
+        {"unsupported rsync",
+         [](BackupRequest& r, const TempDir& temp) {
+             writeFile(temp / "old-rsync", "#!/bin/sh\necho 'rsync  version 3.0.9  protocol version 30'\n");
+             fs::permissions(temp / "old-rsync", fs::perms::owner_all);
+             r.rsyncPath = (temp / "old-rsync").string();
+         },
+         "Unsupported rsync version. Select a supported rsync in Settings."},
+        {"missing rsync", [](BackupRequest& r, const TempDir& temp) { r.rsyncPath = (temp / "none").string(); },
+         "rsync is not executable at " + (temp_ / "none").string()},
+    };
+    for (const auto& c : cases) {
+        BackupRequest saved = request_;
+        c.arrange(request_, temp_);
+        try {
+            run();
+            ADD_FAILURE() << c.name << ": the run went on";
+        } catch (const std::exception& error) {
+            EXPECT_EQ(std::string(error.what()), c.text) << c.name;
+        }
+        EXPECT_TRUE(stagingFolders().empty()) << c.name;
+        request_ = saved;
+    }
+}
+
+TEST_F(BackupOperationTest, LatestLinkThatCannotBeReplacedLeavesTheVersionWithAWarning) {
+    // A real folder named "latest" cannot be replaced by a link: the version stands anyway.
+    writeFile(setRoot() / "latest/keep.txt", "in the way");
+    const auto outcome = run();
+    ASSERT_TRUE(outcome.warning.has_value());
+    EXPECT_TRUE(outcome.warning->starts_with("Backup saved, but the \"latest\" link could not be updated: "))
+        << *outcome.warning;
+    EXPECT_TRUE(fs::is_directory(outcome.versionURL));
+    EXPECT_EQ(BackupRepository(base_).listVersions(setRoot()).size(), 1u);
+    EXPECT_TRUE(logged(*outcome.warning));
+}
+
+TEST_F(BackupOperationTest, RotationKeepsTheNewestKeepCount) {
+    request_.keepCount = 2;
+    for (int i = 0; i < 3; ++i) {
+        environment_.now = [i] { return Clock::now() + std::chrono::seconds(10 * i); };
+        run();
+    }
+    const auto versions = BackupRepository(base_).listVersions(setRoot());
+    ASSERT_EQ(versions.size(), 2u);
+    EXPECT_TRUE(versions.front().isLatest);
+}
+
+TEST_F(BackupOperationTest, RotationGuardKeepsOldVersionsWhenTheCardLostMostFiles) {
+    for (int i = 0; i < 12; ++i) writeFile(card_ / ("Samples/s" + std::to_string(i) + ".wav"), "x");
+    request_.keepCount = 1;
+    run();
+    for (int i = 0; i < 12; ++i) fs::remove(card_ / ("Samples/s" + std::to_string(i) + ".wav"));
+    fs::remove(card_ / "Samples/kick.wav");
+    environment_.now = [] { return Clock::now() + std::chrono::seconds(5); };
+    const auto outcome = run();
+    ASSERT_TRUE(outcome.warning.has_value());
+    EXPECT_EQ(*outcome.warning,
+              "Backup saved, but it holds far fewer files than the previous one (3 vs 16). Older backups were kept "
+              "— check the card.");
+    EXPECT_EQ(BackupRepository(base_).listVersions(setRoot()).size(), 2u);
+}
+
+TEST(RotationGuardTest, WarnsOnlyBelowHalfOfAtLeastTenFiles) {
+    struct Case {
+        int previous, current;
+        bool warns;
+    };
+    for (const auto& c : std::vector<Case>{{9, 0, false}, {10, 4, true}, {10, 5, false}, {2000, 999, true}}) {
+        TempDir temp;
+        for (int i = 0; i < c.previous; ++i) writeFile(temp / ("old/f" + std::to_string(i)), "x");
+        for (int i = 0; i < c.current; ++i) writeFile(temp / ("new/f" + std::to_string(i)), "x");
+        fs::create_directories(temp / "new");
+        writeFile(temp / "new/.tapekeep-note", "not a file of the card");
+        EXPECT_EQ(RotationGuard::compareWithPrevious(temp / "new", temp / "old", {}).has_value(), c.warns)
+            << c.previous << " vs " << c.current;
+    }
+}
+
+}  // namespace
+}  // namespace tapekeep

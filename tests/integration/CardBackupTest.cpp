@@ -1,0 +1,194 @@
+// End to end on a real FAT card mounted through FUSE, with the real rsync and the real CLI.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "CliProcess.h"
+#include "FatCard.h"
+#include "TempDir.h"
+
+namespace tapekeep {
+namespace {
+namespace fs = std::filesystem;
+using test::CliProcess;
+using test::FatCard;
+using test::readFile;
+using test::runCli;
+using test::TempDir;
+using test::writeFile;
+
+ino_t inode(const fs::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return 0;
+    return info.st_ino;
+}
+
+std::string pseudoRandomBytes(std::size_t size, unsigned seed) {
+    std::string bytes(size, '\0');
+    for (auto& byte : bytes) {
+        seed = seed * 1103515245u + 12345u;
+        byte = static_cast<char>(seed >> 16);
+    }
+    return bytes;
+}
+
+void populateCard(const fs::path& root) {
+    writeFile(root / "Songs/DEMO.m8s", pseudoRandomBytes(12000, 1));
+    writeFile(root / "Songs/Live/SET 2.m8s", pseudoRandomBytes(12000, 2));
+    writeFile(root / "Instruments/BASS.m8i", pseudoRandomBytes(400, 3));
+    for (int i = 0; i < 6; ++i)
+        writeFile(root / ("Samples/Drums/hit " + std::to_string(i) + ".wav"), pseudoRandomBytes(30000, 10 + i));
+    writeFile(root / "Samples/pad.wav", pseudoRandomBytes(200000, 99));
+}
+
+class CardBackupTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
+        fs::create_directories(volumes_);
+        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        populateCard(card_->mountPath());
+    }
+
+    test::CliResult cli(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base_.string()});
+        return runCli(temp_ / "home", arguments);
+    }
+
+    fs::path setRoot() const {
+        const std::string& uuid = card_->uuid();
+        return base_ / ("M8CARD_" + (uuid.size() > 8 ? uuid.substr(uuid.size() - 8) : uuid));
+    }
+
+    fs::path backupOk(std::vector<std::string> extra = {}) {
+        std::vector<std::string> arguments = {"--json", "backup", "M8CARD"};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        const auto result = cli(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        if (result.status != 0) return {};
+        return nlohmann::json::parse(result.out).at("version").get<std::string>();
+    }
+
+    std::vector<std::string> setEntries() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(setRoot())) names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    TempDir temp_;
+    fs::path volumes_ = temp_ / "volumes";
+    fs::path base_ = temp_ / "backups";
+    std::unique_ptr<FatCard> card_;
+};
+
+TEST_F(CardBackupTest, CardIsFoundByItsVolumeUuid) {
+    const auto result = cli({"--json", "cards"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto cards = nlohmann::json::parse(result.out).at("cards");
+    ASSERT_EQ(cards.size(), 1u) << result.out;
+    EXPECT_EQ(cards[0].at("uuid"), card_->uuid());
+    EXPECT_EQ(cards[0].at("volumeName"), "M8CARD");
+    EXPECT_EQ(cards[0].at("mountPath"), card_->mountPath().string());
+}
+
+TEST_F(CardBackupTest, FirstBackupPublishesAVersionEqualToTheCard) {
+    const fs::path version = backupOk();
+    ASSERT_FALSE(version.empty());
+    EXPECT_EQ(version.parent_path(), setRoot());
+    EXPECT_TRUE(version.filename().string().starts_with("backup-"));
+    EXPECT_EQ(fs::read_symlink(setRoot() / "latest"), version.filename());  // relative
+    for (const auto& name : setEntries()) EXPECT_FALSE(name.starts_with(".incomplete-")) << name;
+    std::string differences;
+    EXPECT_EQ(test::runShell("diff -r " + test::shellQuote(card_->mountPath().string()) + " " +
+                                 test::shellQuote(version.string()),
+                             &differences),
+              0)
+        << differences;
+}
+
+TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
+    const fs::path first = backupOk();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    writeFile(card_->mountPath() / "Songs/DEMO.m8s", pseudoRandomBytes(12000, 1000));
+    const fs::path second = backupOk();
+    ASSERT_FALSE(first.empty());
+    ASSERT_FALSE(second.empty());
+    ASSERT_NE(first, second);
+    for (const auto& entry : fs::recursive_directory_iterator(second)) {
+        if (!entry.is_regular_file()) continue;
+        const auto relative = fs::relative(entry.path(), second);
+        if (relative == "Songs/DEMO.m8s")
+            EXPECT_NE(inode(entry.path()), inode(first / relative));
+        else
+            EXPECT_EQ(inode(entry.path()), inode(first / relative)) << relative;
+    }
+    EXPECT_EQ(readFile(second / "Songs/DEMO.m8s"), pseudoRandomBytes(12000, 1000));
+}
+
+TEST_F(CardBackupTest, ThreeBackupsWithKeepTwoLeaveTwo) {
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_FALSE(backupOk({"--keep", "2"}).empty());
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    }
+    const auto result = cli({"--json", "versions", setRoot().filename().string()});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const auto versions = nlohmann::json::parse(result.out).at("versions");
+    ASSERT_EQ(versions.size(), 2u);
+    EXPECT_TRUE(versions[0].at("isLatest").get<bool>());
+}
+
+TEST_F(CardBackupTest, CardUnmountedBetweenPassesFailsWithTheIdentityMessage) {
+    // An rsync that unplugs the card right after the dry run.
+    const fs::path wrapper = temp_ / "unplugging-rsync";
+    writeFile(wrapper, "#!/bin/sh\n"
+                       "case \" $* \" in *\" -an \"*) /usr/bin/rsync \"$@\"; status=$?; fusermount -u " +
+                           test::shellQuote(card_->mountPath().string()) +
+                           "; exit $status;; esac\n"
+                           "exec /usr/bin/rsync \"$@\"\n");
+    fs::permissions(wrapper, fs::perms::owner_all);
+    const auto result = cli({"--rsync", wrapper.string(), "backup", "M8CARD"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.lastErrorLine, "Volume identity or mount path changed. Reconnect the card and select it again.");
+    std::vector<std::string> staging;
+    for (const auto& name : setEntries())
+        if (name.starts_with(".incomplete-")) staging.push_back(name);
+    ASSERT_EQ(staging.size(), 1u);
+    EXPECT_EQ(readFile(setRoot() / staging[0] / "failure.txt"),
+              "Incomplete backup. Not a restore source.\nVolume identity or mount path changed. Reconnect the card "
+              "and select it again.\n");
+    EXPECT_FALSE(fs::exists(fs::symlink_status(setRoot() / "latest")));
+}
+
+TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
+    writeFile(card_->mountPath() / "Samples/long take.wav", pseudoRandomBytes(3'000'000, 7));
+    const fs::path slowRsync = temp_ / "slow-rsync";
+    writeFile(slowRsync, "#!/bin/sh\nexec /usr/bin/rsync --bwlimit=200 \"$@\"\n");
+    fs::permissions(slowRsync, fs::perms::owner_all);
+    CliProcess process(temp_ / "home", {"--volumes-root", volumes_.string(), "--base", base_.string(), "--rsync",
+                                        slowRsync.string(), "backup", "M8CARD"});
+    // Wait until the transfer has begun writing into staging.
+    bool copying = false;
+    for (int i = 0; i < 300 && !copying; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        if (!fs::exists(setRoot())) continue;
+        for (const auto& entry : fs::directory_iterator(setRoot()))
+            if (entry.path().filename().string().starts_with(".incomplete-") && fs::exists(entry.path() / "Instruments"))
+                copying = true;
+    }
+    ASSERT_TRUE(copying) << process.err();
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.wait(), 130) << process.err();
+    EXPECT_EQ(process.lastErrorLine(), "Backup was cancelled.");
+    EXPECT_TRUE(setEntries().empty() ||
+                std::none_of(setEntries().begin(), setEntries().end(),
+                             [](const std::string& name) { return name.starts_with(".incomplete-") ||
+                                                                  name.starts_with("backup-"); }));
+}
+
+}  // namespace
+}  // namespace tapekeep

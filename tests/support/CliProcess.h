@@ -1,0 +1,45 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tapekeep::test {
+
+// tapekeep-cli run as a real child process, with its own settings, state and data folders under
+// `home`, and its standard output and error captured.
+class CliProcess {
+public:
+    CliProcess(const std::filesystem::path& home, std::vector<std::string> arguments,
+               std::map<std::string, std::string> extraEnvironment = {});
+    ~CliProcess();
+    CliProcess(const CliProcess&) = delete;
+    CliProcess& operator=(const CliProcess&) = delete;
+
+    void signal(int number) const;
+    int wait();  // the exit code, or 128 + signal
+
+    [[nodiscard]] std::string out() const;
+    [[nodiscard]] std::string err() const;
+    [[nodiscard]] std::string lastErrorLine() const;
+
+private:
+    std::filesystem::path outFile_, errFile_;
+    pid_t pid_ = -1;
+    int status_ = -1;
+};
+
+struct CliResult {
+    int status;
+    std::string out;
+    std::string err;
+    std::string lastErrorLine;
+};
+
+CliResult runCli(const std::filesystem::path& home, const std::vector<std::string>& arguments,
+                 const std::map<std::string, std::string>& extraEnvironment = {});
+
+}  // namespace tapekeep::test

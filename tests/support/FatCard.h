@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace tapekeep::test {
+
+// A real FAT card: an image made with mkfs.vfat, attached to a loop device and mounted through
+// FUSE (fusefat) under a volume root, as an M8's card appears on Linux. Case-insensitive, with
+// 2-second timestamps. Unmounted and detached on destruction.
+class FatCard {
+public:
+    // Why such a card cannot be made on this machine, or nothing when it can.
+    static std::optional<std::string> unavailableReason();
+
+    FatCard(const std::filesystem::path& image, const std::filesystem::path& volumesRoot, const std::string& label,
+            int sizeMiB = 64);
+    ~FatCard();
+    FatCard(const FatCard&) = delete;
+    FatCard& operator=(const FatCard&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& mountPath() const { return mountPath_; }
+    [[nodiscard]] const std::string& loopDevice() const { return loopDevice_; }
+    [[nodiscard]] const std::string& uuid() const { return uuid_; }
+
+    void mount();
+    void unmount();
+
+private:
+    std::filesystem::path image_;
+    std::filesystem::path mountPath_;
+    std::string loopDevice_;
+    std::string uuid_;
+    bool mounted_ = false;
+};
+
+// Runs a shell command, returning its exit status; its output goes to the returned text.
+int runShell(const std::string& command, std::string* output = nullptr);
+std::string shellQuote(const std::string& text);
+
+}  // namespace tapekeep::test
