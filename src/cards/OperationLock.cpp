@@ -1,0 +1,87 @@
+#include "cards/OperationLock.h"
+
+#include <vector>
+
+#include "cards/OperationLockError.h"
+
+namespace tapekeep {
+
+OperationLock& OperationLock::shared() {
+    static OperationLock lock;
+    return lock;
+}
+
+OperationLock::OperationLock(NotificationCenter& notificationCenter) : notificationCenter_(notificationCenter) {}
+
+Lease OperationLock::acquire(const VolumeUUID& uuid, OperationKind kind) {
+    std::set<std::string> snapshot;
+    {
+        std::lock_guard lock(ownersMutex_);
+        if (auto holder = owners_.find(uuid); holder != owners_.end())
+            throw OperationLockError::conflict(holder->second);
+        owners_.emplace(uuid, kind);
+        snapshot = activeVolumeUUIDsLocked();
+    }
+    publish(snapshot);
+    return Lease{uuid, kind};
+}
+
+void OperationLock::release(const Lease& lease) {
+    std::set<std::string> snapshot;
+    {
+        std::lock_guard lock(ownersMutex_);
+        if (auto holder = owners_.find(lease.uuid); holder != owners_.end() && holder->second == lease.kind)
+            owners_.erase(holder);
+        snapshot = activeVolumeUUIDsLocked();
+    }
+    publish(snapshot);
+    // A restore or a browse session may have written to the card; a backup only read it.
+    if (lease.kind != OperationKind::backup)
+        notificationCenter_.post(Notifications::cardContentMayHaveChanged, lease.uuid.rawValue);
+}
+
+bool OperationLock::isActive(const VolumeUUID& uuid) const {
+    std::lock_guard lock(ownersMutex_);
+    return owners_.contains(uuid);
+}
+
+std::optional<OperationKind> OperationLock::owner(const VolumeUUID& uuid) const {
+    std::lock_guard lock(ownersMutex_);
+    const auto holder = owners_.find(uuid);
+    return holder == owners_.end() ? std::nullopt : std::optional(holder->second);
+}
+
+std::set<std::string> OperationLock::activeVolumeUUIDs() const {
+    std::lock_guard lock(ownersMutex_);
+    return activeVolumeUUIDsLocked();
+}
+
+OperationLock::ObserverToken OperationLock::observeActiveVolumeUUIDs(Observer observer) {
+    std::lock_guard lock(observersMutex_);
+    const ObserverToken token = nextObserverToken_++;
+    observers_.emplace(token, std::move(observer));
+    return token;
+}
+
+void OperationLock::removeObserver(ObserverToken token) {
+    std::lock_guard lock(observersMutex_);
+    observers_.erase(token);
+}
+
+std::set<std::string> OperationLock::activeVolumeUUIDsLocked() const {
+    std::set<std::string> uuids;
+    for (const auto& [uuid, kind] : owners_) uuids.insert(uuid.rawValue);
+    return uuids;
+}
+
+// Observers are copied out first so that one of them may add or remove observers, or ask the lock.
+void OperationLock::publish(const std::set<std::string>& snapshot) {
+    std::vector<Observer> observers;
+    {
+        std::lock_guard lock(observersMutex_);
+        for (const auto& [token, observer] : observers_) observers.push_back(observer);
+    }
+    for (const auto& observer : observers) observer(snapshot);
+}
+
+}  // namespace tapekeep
