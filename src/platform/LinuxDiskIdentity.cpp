@@ -1,0 +1,70 @@
+#include "platform/LinuxDiskIdentity.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "backup/ProcessExitError.h"
+#include "backup/ProcessRunner.h"
+#include "core/Cancelled.h"
+#include "platform/BlkidOutputParser.h"
+#include "platform/DiskIdentityError.h"
+#include "platform/LsblkOutputParser.h"
+#include "platform/MountTable.h"
+
+namespace tapekeep::LinuxDiskIdentity {
+namespace {
+
+// Distributions keep lsblk and blkid in different bin folders, and the runner does not search PATH.
+std::string toolPath(const std::string& name) {
+    static constexpr std::array folders{"/usr/bin/", "/bin/", "/usr/sbin/", "/sbin/"};
+    for (const char* folder : folders) {
+        const std::string candidate = folder + name;
+        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+    }
+    return folders.front() + name;  // fails to start, which reports the missing tool
+}
+
+bool isBlockDevice(const std::string& source) {
+    if (!source.starts_with('/')) return false;
+    struct stat status {};
+    int result;
+    while ((result = ::stat(source.c_str(), &status)) != 0 && errno == EINTR) {
+    }
+    return result == 0 && S_ISBLK(status.st_mode);
+}
+
+// "/dev/loop3" and its partitions "/dev/loop3p1"; lsblk calls only the former type "loop".
+bool isLoopDevice(const std::string& device) {
+    return std::filesystem::path(device).filename().string().starts_with("loop");
+}
+
+std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments, std::stop_token token) {
+    throwIfCancelled(token);
+    ProcessResult result = ProcessRunner::shared().run(toolPath(tool), arguments, {}, token);
+    throwIfCancelled(token);
+    if (result.status != 0) throw ProcessExitError(result.status, std::move(result.output));
+    return std::move(result.output);
+}
+
+}  // namespace
+
+DiskInfo diskInfo(const std::filesystem::path& mountPoint, std::stop_token token) {
+    throwIfCancelled(token);
+    const MountTable table = MountTable::readLive();
+    const MountTable::Entry* mount = table.mountContaining(mountPoint);
+    if (mount == nullptr) throw DiskIdentityError::noMount(mountPoint);
+    const std::string device = mount->source;
+    if (!isBlockDevice(device)) return DiskInfo{};
+
+    DiskInfo info = LsblkOutputParser::parse(outputOf("lsblk", {"--json", "-o", "UUID,RM,HOTPLUG,TYPE,TRAN", device}, token));
+    if (isLoopDevice(device)) info.isInternal = false;
+    if (info.uuid.empty()) info.uuid = BlkidOutputParser::uuid(outputOf("blkid", {"-o", "export", device}, token));
+    return info;
+}
+
+}  // namespace tapekeep::LinuxDiskIdentity
