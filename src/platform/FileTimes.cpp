@@ -11,8 +11,8 @@ namespace tapekeep {
 namespace {
 
 Clock::time_point toTimePoint(std::int64_t seconds, std::uint32_t nanoseconds) {
-    return Clock::time_point(std::chrono::duration_cast<Clock::duration>(std::chrono::seconds(seconds) +
-                                                                         std::chrono::nanoseconds(nanoseconds)));
+    return Clock::time_point(std::chrono::duration_cast<Clock::duration>(
+        std::chrono::seconds(seconds) + std::chrono::nanoseconds(nanoseconds)));
 }
 
 }  // namespace
@@ -20,12 +20,15 @@ Clock::time_point toTimePoint(std::int64_t seconds, std::uint32_t nanoseconds) {
 std::optional<Clock::time_point> creationTime(const std::filesystem::path& path) {
     struct statx status {};
     int result;
-    while ((result = ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME, &status)) != 0 &&
+    while ((result = ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME,
+                             &status)) != 0 &&
            errno == EINTR) {
     }
     if (result != 0) return std::nullopt;
-    if ((status.stx_mask & STATX_BTIME) != 0) return toTimePoint(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
-    if ((status.stx_mask & STATX_MTIME) != 0) return toTimePoint(status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec);
+    if ((status.stx_mask & STATX_BTIME) != 0)
+        return toTimePoint(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
+    if ((status.stx_mask & STATX_MTIME) != 0)
+        return toTimePoint(status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec);
     return std::nullopt;
 }
 

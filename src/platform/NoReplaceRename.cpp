@@ -30,8 +30,9 @@ void renameNoReplace(const std::filesystem::path& from, const std::filesystem::p
     const int code = renameExclusive(from, to);
     if (code == 0) return;
     if (code != EINVAL && code != ENOSYS) throw renameError(code, from, to);
-    Log("NoReplaceRename").info("The file system refused RENAME_NOREPLACE for " + to.string() +
-                                "; renaming after an existence test instead");
+    Log("NoReplaceRename")
+        .info("The file system refused RENAME_NOREPLACE for " + to.string() +
+              "; renaming after an existence test instead");
     detail::renameAfterExistenceTest(from, to);
 }
 
