@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 
+#include "FatCard.h"
 #include "TempDir.h"
 #include "backup/ProcessExitError.h"
 #include "core/Cancelled.h"
@@ -457,6 +458,24 @@ TEST_F(VolumeScannerTest, ValidatePassesCancellationOn) {
     cancelled.request_stop();
     EXPECT_THROW(scanner(disksByName({{"Card", external("WANTED")}})).validate("WANTED", cancelled.get_token()),
                  Cancelled);
+}
+
+TEST(VolumeScannerSystemTest, FindsAndValidatesARealCardMountedBelowAVolumeRoot) {
+    if (auto reason = test::FatCard::unavailableReason()) GTEST_SKIP() << *reason;
+    test::TempDir folder;
+    test::FatCard card(folder / "card.img", folder / "media" / "user", "M8CARD");
+    std::filesystem::create_directories(card.mountPath() / "Songs");
+    std::filesystem::create_directories(card.mountPath() / "Instruments");
+    const VolumeScanner scanner({folder / "media"}, nullptr);
+
+    const auto result = scanner.scan();
+    const SDCard expected{card.mountPath(), "M8CARD", card.uuid()};
+    EXPECT_EQ(result.cards, std::vector<SDCard>{expected});
+    EXPECT_EQ(result.examinedCount, 1);
+    EXPECT_EQ(scanner.validate(card.uuid()), ValidateResult::found(expected));
+
+    card.unmount();
+    EXPECT_EQ(scanner.validate(card.uuid()), ValidateResult::notFound());
 }
 
 }  // namespace
