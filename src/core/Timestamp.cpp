@@ -6,15 +6,21 @@
 namespace tapekeep {
 namespace {
 
+// The whole second that contains `time`: to_time_t truncates toward zero, which moves an instant
+// before 1970 into the following second.
+std::time_t wholeSeconds(Clock::time_point time) {
+    return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count());
+}
+
 std::tm localParts(Clock::time_point time) {
-    std::time_t seconds = Clock::to_time_t(time);
+    std::time_t seconds = wholeSeconds(time);
     std::tm parts{};
     ::localtime_r(&seconds, &parts);
     return parts;
 }
 
 std::tm utcParts(Clock::time_point time) {
-    std::time_t seconds = Clock::to_time_t(time);
+    std::time_t seconds = wholeSeconds(time);
     std::tm parts{};
     ::gmtime_r(&seconds, &parts);
     return parts;
