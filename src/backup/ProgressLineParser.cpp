@@ -14,18 +14,11 @@ constexpr double byteCountLimit = 9.223372036854776e18;
 // Digits accumulated exactly as an integer before the value could pass 2^53.
 constexpr std::size_t exactDigitLimit = 15;
 
-bool isSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-bool isDigitOrComma(char c) {
-    return isDigit(c) || c == ',';
-}
-bool isRateCharacter(char c) {
-    return isDigit(c) || c == '.' || c == ',';
-}
+// Character classes as lambdas, so that each scanning loop is compiled with its test inline.
+constexpr auto isSpace = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+constexpr auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+constexpr auto isDigitOrComma = [](char c) { return isDigit(c) || c == ','; };
+constexpr auto isRateCharacter = [](char c) { return isDigit(c) || c == '.' || c == ','; };
 
 // A forward-only cursor over one line; every take* either consumes what it names or nothing.
 class Scanner {
