@@ -101,6 +101,18 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
     return text;
 }
 
+// The mount table names mount points by their real paths, so a root reached through a symbolic
+// link ("/media" -> "/run/media") is resolved first.
+std::vector<path> resolvedRoots(const std::vector<path>& roots) {
+    std::vector<path> resolved;
+    for (const path& root : roots) {
+        std::error_code error;
+        const path real = std::filesystem::weakly_canonical(root, error);
+        resolved.push_back(error ? root : real);
+    }
+    return resolved;
+}
+
 void logExclusion(const Log& log, const std::string& name, const std::string& reason) {
     log.debug("Excluded volume '" + name + "' reason=" + reason);
 }
@@ -351,7 +363,7 @@ VolumeScanner::VolumeScanner(Configuration configuration)
       concurrencyLimit_(configuration.concurrencyLimit) {
     if (!volumesProvider_)
         volumesProvider_ = [roots = std::move(configuration.volumeRoots)] {
-            return MountTable::readLive().volumesBelow(roots);
+            return MountTable::readLive().volumesBelow(resolvedRoots(roots));
         };
     if (!diskInfoProvider_) diskInfoProvider_ = LinuxDiskIdentity::diskInfo;
     if (!cardDetector_) cardDetector_ = isM8Card;

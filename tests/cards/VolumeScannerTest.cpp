@@ -474,6 +474,9 @@ TEST(VolumeScannerSystemTest, FindsAndValidatesARealCardMountedBelowAVolumeRoot)
     EXPECT_EQ(result.examinedCount, 1);
     EXPECT_EQ(scanner.validate(card.uuid()), ValidateResult::found(expected));
 
+    std::filesystem::create_directory_symlink(folder / "media", folder / "linked media");
+    EXPECT_EQ(VolumeScanner({folder / "linked media"}, nullptr).scan().cards, std::vector<SDCard>{expected});
+
     card.unmount();
     EXPECT_EQ(scanner.validate(card.uuid()), ValidateResult::notFound());
 }
