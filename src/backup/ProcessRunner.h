@@ -17,8 +17,9 @@ struct ProcessResult {
 };
 
 // Runs every external program of the application: posix_spawn with one pipe for standard output
-// and one for standard error. A non-zero exit status is an ordinary result; callers decide what
-// it means. Thread-safe; run() blocks its calling thread, which is also where onLine is called.
+// and one for standard error, standard input from /dev/null, the caller's working directory, and
+// no other descriptor of ours. A non-zero exit status is an ordinary result; callers decide what it
+// means. Thread-safe; run() blocks its calling thread, which is also where onLine is called.
 class ProcessRunner {
 public:
     using LineHandler = std::function<void(const std::string& line)>;
@@ -30,18 +31,30 @@ public:
 
     static ProcessRunner& shared();
 
+    ProcessRunner() = default;
+    ProcessRunner(const ProcessRunner&) = delete;
+    ProcessRunner& operator=(const ProcessRunner&) = delete;
+
     // With onLine, each CR- or LF-terminated non-empty line of either stream (and the last
-    // partial line) is handed over in order within its stream; output then stays empty.
+    // partial line) is handed over in order within its stream; output then stays empty. Without
+    // it, output is standard output then standard error (starting on a line of its own), with
+    // invalid UTF-8 repaired.
+    // The result comes only after the child has ended and both pipes are closed, so a grandchild
+    // that keeps a pipe open delays it.
     // Cancellation sends the child SIGTERM once and throws Cancelled after it has ended,
-    // even when it ended normally. Throws PosixError when the program cannot be started.
+    // even when it ended normally; cancelled before the launch, nothing starts. Throws PosixError
+    // when the program cannot be started. An exception from onLine terminates the child, waits
+    // for it and propagates.
     ProcessResult run(const std::string& executable, const std::vector<std::string>& arguments,
-                      const LineHandler& onLine = {}, std::stop_token token = {}, const Options& options = {});
+                      const LineHandler& onLine = {}, std::stop_token token = {},
+                      const Options& options = {});
 
     // How many children are running now.
     [[nodiscard]] std::size_t runningCount() const;
 
 private:
     class Execution;
+    class Registration;
     mutable std::mutex registryLock_;
     std::map<const Execution*, std::shared_ptr<Execution>> running_;  // guarded by registryLock_
 };

@@ -1,0 +1,402 @@
+#include "backup/ProcessRunner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "backup/LineSplitter.h"
+#include "core/Cancelled.h"
+#include "core/PosixError.h"
+#include "core/Utf8.h"
+
+extern char** environ;
+
+namespace tapekeep {
+namespace {
+
+constexpr std::size_t readChunkSize = 64 * 1024;
+
+// Owns one file descriptor. Closing is never retried: after EINTR the descriptor is gone anyway.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        if (this != &other) {
+            reset();
+            fd_ = std::exchange(other.fd_, -1);
+        }
+        return *this;
+    }
+    ~FileDescriptor() { reset(); }
+
+    [[nodiscard]] int get() const { return fd_; }
+    void reset() {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+struct Pipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+};
+
+Pipe makePipe(const std::string& executable) {
+    std::array<int, 2> fds{};
+    if (::pipe2(fds.data(), O_CLOEXEC) != 0)
+        throw PosixError::fromErrno(errno, "Could not create a pipe for " + executable);
+    return {FileDescriptor(fds[0]), FileDescriptor(fds[1])};
+}
+
+void pollRetrying(std::array<pollfd, 2>& watched, const std::string& executable) {
+    while (::poll(watched.data(), watched.size(), -1) < 0) {
+        if (errno != EINTR)
+            throw PosixError::fromErrno(errno, "Could not wait for the output of " + executable);
+    }
+}
+
+ssize_t readRetrying(int fd, char* buffer, std::size_t size, const std::string& executable) {
+    for (;;) {
+        const ssize_t count = ::read(fd, buffer, size);
+        if (count >= 0) return count;
+        if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not read the output of " + executable);
+    }
+}
+
+// Nothing we run may kill us by closing a pipe early; children get the default action back.
+void ignoreSigpipeOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        struct sigaction current {};
+        if (::sigaction(SIGPIPE, nullptr, &current) != 0) return;
+        if ((current.sa_flags & SA_SIGINFO) == 0 && current.sa_handler == SIG_DFL) ::signal(SIGPIPE, SIG_IGN);
+    });
+}
+
+// Where the bytes of one stream go: the line handler's splitter, or a buffer for the output text.
+class StreamSink {
+public:
+    explicit StreamSink(const ProcessRunner::LineHandler& onLine) {
+        if (onLine) splitter_.emplace([&onLine](const std::string& line) { onLine(line); });
+    }
+
+    void append(std::string_view bytes) {
+        if (splitter_) {
+            splitter_->append(bytes);
+        } else {
+            bytes_.append(bytes);
+        }
+    }
+    void finish() {
+        if (splitter_) splitter_->finish();
+    }
+    [[nodiscard]] std::string text() const { return repairUtf8(bytes_); }
+
+private:
+    std::optional<LineSplitter> splitter_;
+    std::string bytes_;  // everything read, when there is no line handler
+};
+
+// Reads both pipes on the calling thread until each reaches end of file.
+void pumpOutput(const std::string& executable, FileDescriptor outRead, FileDescriptor errRead,
+                StreamSink& out, StreamSink& err) {
+    std::array<FileDescriptor, 2> ends{std::move(outRead), std::move(errRead)};
+    std::array<StreamSink*, 2> sinks{&out, &err};
+    std::array<pollfd, 2> watched{{{ends[0].get(), POLLIN, 0}, {ends[1].get(), POLLIN, 0}}};
+    std::string buffer(readChunkSize, '\0');
+    for (int open = 2; open > 0;) {
+        pollRetrying(watched, executable);
+        for (std::size_t index = 0; index < watched.size(); ++index) {
+            if (watched[index].fd < 0 || watched[index].revents == 0) continue;
+            const ssize_t count = readRetrying(watched[index].fd, buffer.data(), buffer.size(), executable);
+            if (count > 0) {
+                sinks[index]->append(std::string_view(buffer.data(), static_cast<std::size_t>(count)));
+                continue;
+            }
+            ends[index].reset();
+            watched[index].fd = -1;  // poll skips negative descriptors
+            --open;
+        }
+    }
+}
+
+// A null-terminated array of C strings over strings that outlive it.
+class CStringArray {
+public:
+    explicit CStringArray(const std::vector<std::string>& strings) {
+        pointers_.reserve(strings.size() + 1);
+        for (const std::string& string : strings) pointers_.push_back(const_cast<char*>(string.c_str()));
+        pointers_.push_back(nullptr);
+    }
+    [[nodiscard]] char* const* get() const { return pointers_.data(); }
+
+private:
+    std::vector<char*> pointers_;
+};
+
+void checkSpawnSetup(int result, const std::string& executable) {
+    if (result != 0) throw PosixError::fromErrno(result, "Could not prepare to start " + executable);
+}
+
+class SpawnFileActions {
+public:
+    SpawnFileActions() { ::posix_spawn_file_actions_init(&actions_); }
+    ~SpawnFileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+    SpawnFileActions(const SpawnFileActions&) = delete;
+    SpawnFileActions& operator=(const SpawnFileActions&) = delete;
+
+    // Standard input from /dev/null, the two pipes as standard output and error, nothing else.
+    void connect(int outFd, int errFd, const std::string& executable) {
+        checkSpawnSetup(::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0),
+                        executable);
+        checkSpawnSetup(::posix_spawn_file_actions_adddup2(&actions_, outFd, STDOUT_FILENO), executable);
+        checkSpawnSetup(::posix_spawn_file_actions_adddup2(&actions_, errFd, STDERR_FILENO), executable);
+#if defined(__GLIBC__) && defined(__USE_GNU) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
+        // Descriptors that other code opened without O_CLOEXEC must not leak into the child either.
+        checkSpawnSetup(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1), executable);
+#endif
+    }
+    [[nodiscard]] const posix_spawn_file_actions_t* get() const {
+        return &actions_;
+    }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+class SpawnAttributes {
+public:
+    SpawnAttributes() { ::posix_spawnattr_init(&attributes_); }
+    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+    // No blocked signals (SIGTERM must reach the child, whatever the calling thread blocks) and
+    // the default action for SIGPIPE, which this process ignores.
+    void resetSignals(const std::string& executable) {
+        sigset_t none;
+        sigemptyset(&none);
+        sigset_t pipeSignal;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        checkSpawnSetup(::posix_spawnattr_setsigmask(&attributes_, &none), executable);
+        checkSpawnSetup(::posix_spawnattr_setsigdefault(&attributes_, &pipeSignal), executable);
+        checkSpawnSetup(
+            ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
+            executable);
+    }
+    [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+// What the child is started with; built before the launch so that it needs no allocation then.
+class ChildCommand {
+public:
+    ChildCommand(const std::string& executable, const std::vector<std::string>& arguments,
+                 const std::optional<std::vector<std::string>>& environment)
+        : argvStrings_(makeArgv(executable, arguments)),
+          argv_(argvStrings_),
+          environment_(environment ? std::optional<CStringArray>(*environment) : std::nullopt) {}
+    ChildCommand(const ChildCommand&) = delete;  // argv_ points into argvStrings_
+    ChildCommand& operator=(const ChildCommand&) = delete;
+
+    [[nodiscard]] const std::string& executable() const { return argvStrings_.front(); }
+
+    pid_t spawn(int outFd, int errFd) const {
+        SpawnFileActions actions;
+        actions.connect(outFd, errFd, executable());
+        SpawnAttributes attributes;
+        attributes.resetSignals(executable());
+        char* const* envp = environment_ ? environment_->get() : environ;
+        pid_t pid = -1;
+        const int result =
+            ::posix_spawn(&pid, executable().c_str(), actions.get(), attributes.get(), argv_.get(), envp);
+        if (result != 0) throw PosixError::fromErrno(result, "Could not start " + executable());
+        return pid;
+    }
+
+private:
+    static std::vector<std::string> makeArgv(const std::string& executable,
+                                             const std::vector<std::string>& arguments) {
+        std::vector<std::string> argv;
+        argv.reserve(arguments.size() + 1);
+        argv.push_back(executable);
+        argv.insert(argv.end(), arguments.begin(), arguments.end());
+        return argv;
+    }
+
+    std::vector<std::string> argvStrings_;  // the executable, then the arguments
+    CStringArray argv_;
+    std::optional<CStringArray> environment_;
+};
+
+int exitStatus(int waitStatus) {
+    if (WIFEXITED(waitStatus)) return WEXITSTATUS(waitStatus);
+    if (WIFSIGNALED(waitStatus)) return WTERMSIG(waitStatus);
+    return waitStatus;
+}
+
+std::string joinOutput(std::string out, const std::string& err) {
+    if (!out.empty() && !err.empty() && out.back() != '\n') out.push_back('\n');
+    out += err;
+    return out;
+}
+
+}  // namespace
+
+// One child from its launch until it has been reaped. The calling thread of run() launches, waits
+// and reaps; cancel() may come from any thread.
+class ProcessRunner::Execution {
+public:
+    // Launches the child, reads both pipes to their end and reaps it; returns the wait status.
+    int run(const ChildCommand& command, StreamSink& out, StreamSink& err) {
+        const std::string& executable = command.executable();
+        Pipe outPipe = makePipe(executable);
+        Pipe errPipe = makePipe(executable);
+        if (!launch(command, outPipe.writeEnd.get(), errPipe.writeEnd.get())) throw Cancelled();
+        // Only the child holds the write ends now: end of file means it and its heirs closed them.
+        outPipe.writeEnd.reset();
+        errPipe.writeEnd.reset();
+        try {
+            pumpOutput(executable, std::move(outPipe.readEnd), std::move(errPipe.readEnd), out, err);
+        } catch (...) {
+            terminateAndReap();
+            throw;
+        }
+        return waitForExit();
+    }
+
+    void cancel() {
+        std::lock_guard guard(lock_);
+        cancelled_ = true;
+        terminateLocked();
+    }
+
+private:
+    // Starts the child unless cancellation came first; false means nothing was started.
+    bool launch(const ChildCommand& command, int outFd, int errFd) {
+        std::lock_guard guard(lock_);
+        if (cancelled_) return false;
+        pid_ = command.spawn(outFd, errFd);
+        return true;
+    }
+
+    // Waits until the child has ended, then reaps it under the lock, so that cancel() can never
+    // signal a process id that the system has already handed to someone else.
+    int waitForExit() {
+        const pid_t pid = childPid();
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0) {
+            if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not wait for a child process");
+        }
+        std::lock_guard guard(lock_);
+        int waitStatus = 0;
+        while (::waitpid(pid, &waitStatus, 0) < 0) {
+            if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not reap a child process");
+        }
+        pid_ = -1;
+        return waitStatus;
+    }
+
+    // After a failure while reading: ask the child to end and leave no zombie behind.
+    void terminateAndReap() noexcept {
+        {
+            std::lock_guard guard(lock_);
+            terminateLocked();
+        }
+        try {
+            waitForExit();
+        } catch (const PosixError&) {
+            // The child is gone either way; the original error is the one to report.
+        }
+    }
+
+    pid_t childPid() {
+        std::lock_guard guard(lock_);
+        return pid_;
+    }
+
+    void terminateLocked() {
+        if (pid_ > 0 && !terminateSent_) {
+            ::kill(pid_, SIGTERM);
+            terminateSent_ = true;
+        }
+    }
+
+    std::mutex lock_;
+    bool cancelled_ = false;      // guarded by lock_
+    bool terminateSent_ = false;  // guarded by lock_
+    pid_t pid_ = -1;              // guarded by lock_; the child from launch until it is reaped
+};
+
+// Keeps an execution in the registry for exactly as long as run() handles it.
+class ProcessRunner::Registration {
+public:
+    Registration(ProcessRunner& runner, std::shared_ptr<Execution> execution)
+        : runner_(runner), key_(execution.get()) {
+        std::lock_guard guard(runner_.registryLock_);
+        runner_.running_.emplace(key_, std::move(execution));
+    }
+    ~Registration() {
+        std::lock_guard guard(runner_.registryLock_);
+        runner_.running_.erase(key_);
+    }
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+private:
+    ProcessRunner& runner_;
+    const Execution* key_;
+};
+
+ProcessRunner& ProcessRunner::shared() {
+    static ProcessRunner runner;
+    return runner;
+}
+
+std::size_t ProcessRunner::runningCount() const {
+    std::lock_guard guard(registryLock_);
+    return running_.size();
+}
+
+ProcessResult ProcessRunner::run(const std::string& executable, const std::vector<std::string>& arguments,
+                                 const LineHandler& onLine, std::stop_token token, const Options& options) {
+    throwIfCancelled(token);
+    ignoreSigpipeOnce();
+    const ChildCommand command(executable, arguments, options.environment);
+    auto execution = std::make_shared<Execution>();
+    const Registration registration(*this, execution);
+    StreamSink out(onLine);
+    StreamSink err(onLine);
+    int waitStatus = 0;
+    {
+        std::stop_callback onStop(token, [&execution] { execution->cancel(); });
+        waitStatus = execution->run(command, out, err);
+    }
+    out.finish();
+    err.finish();
+    throwIfCancelled(token);
+    ProcessResult result;
+    result.status = exitStatus(waitStatus);
+    if (!onLine) result.output = joinOutput(out.text(), err.text());
+    return result;
+}
+
+}  // namespace tapekeep
