@@ -1,0 +1,94 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The argument lists of every rsync the program runs: the engine's contract with rsync, so the
+// order of the flags is fixed. All functions are pure and may be called from any thread.
+//
+// Paths are std::filesystem::path. The source and the destination come last, each with "/"
+// appended unless it already ends in one, so that rsync copies a folder's contents and not the
+// folder (copyToCardArguments keeps a file's paths as they stand). linkDest and listPath are
+// passed as they are. Folders are names relative to the source's root, written into include
+// patterns through escapeIncludePattern.
+namespace tapekeep::RsyncCommands {
+
+using Arguments = std::vector<std::string>;
+using Folders = std::vector<std::string>;
+
+// The seven excludes that every list carries, in this order: the platform's litter and our own
+// side-car files, so that no copy, comparison or --delete ever touches them.
+const Arguments& excludeArguments();
+
+// A backslash before every "\", "*", "?" and "[": rsync's pattern characters. Nothing else changes.
+std::string escapeIncludePattern(const std::string& folder);
+
+// The path as rsync's "contents of this folder": with "/" appended unless it ends in one.
+std::string folderContents(const std::filesystem::path& folder);
+
+// The dry run that estimates a backup's size: -an --stats --delete E [--link-dest].
+Arguments estimateArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                            const std::optional<std::filesystem::path>& linkDest);
+
+// A whole backup: -avh [--checksum] --delete [--info=progress2] E [--link-dest]. --checksum only
+// with linkDest, so a file is hard-linked only when its content is the same.
+Arguments fullBackupArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                              const std::optional<std::filesystem::path>& linkDest, bool progress);
+
+// Staging as an image of the previous version: -a [--link-dest=linkBase] --checksum E.
+Arguments baseSnapshotArguments(const std::filesystem::path& linkBase, const std::filesystem::path& staging,
+                                bool hardLink);
+
+// Selected whole folders: -avh --checksum --delete [--info=progress2] [--link-dest] E, the
+// includes of each folder, then --exclude=* so that nothing else is copied or deleted.
+Arguments folderPassArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                              const Folders& folders, bool progress,
+                              const std::optional<std::filesystem::path>& linkDest);
+
+// Selected files from a NUL-separated list: -avh --checksum [--info=progress2] [--link-dest] E
+// --recursive --from0 --files-from. No --delete.
+Arguments fileListPassArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                                const std::filesystem::path& listPath, bool progress,
+                                const std::optional<std::filesystem::path>& linkDest);
+
+// The checksum dry run that must report no difference. With listPath: -anic --itemize-changes
+// --out-format=%i<TAB>%n E --recursive --from0 --files-from (the list names every path, so folders
+// are not used). Without: -anic --itemize-changes --out-format=%i<TAB>%n --delete E, then with
+// folders their includes and --exclude=* (an empty list still adds --exclude=*).
+Arguments verifyArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                          const std::optional<Folders>& folders,
+                          const std::optional<std::filesystem::path>& listPath);
+
+// A whole version back to the card: -avh -u --progress --stats --checksum E. Never --delete.
+Arguments wholeRestoreArguments(const std::filesystem::path& source,
+                                const std::filesystem::path& destination);
+
+// Listed paths back to the card: the whole restore's flags, E, --recursive --from0 --files-from.
+Arguments restoreFromListArguments(const std::filesystem::path& source,
+                                   const std::filesystem::path& destination,
+                                   const std::filesystem::path& listPath);
+
+// What a restore would touch: -aniuc --itemize-changes --out-format=%i<TAB>%n E, then with folders
+// their includes and --exclude=*; without folders, the whole version.
+Arguments restorePreviewArguments(const std::filesystem::path& source,
+                                  const std::filesystem::path& destination,
+                                  const std::optional<Folders>& folders);
+
+// The preview of a restore from a list: the preview's flags, E, --recursive --from0 --files-from.
+Arguments restorePreviewFromListArguments(const std::filesystem::path& source,
+                                          const std::filesystem::path& destination,
+                                          const std::filesystem::path& listPath);
+
+// What differs between two versions: -anic --delete --itemize-changes --out-format=%i<TAB>%n E.
+// versionA is the source, so a file only A has reads as added.
+Arguments compareVersionsArguments(const std::filesystem::path& versionA,
+                                   const std::filesystem::path& versionB);
+
+// A folder or a file from a version to the card: -avh --checksum --safe-links --progress E. A
+// folder's paths get the trailing "/"; a file's are used as they stand.
+Arguments copyToCardArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
+                              bool isFolder);
+
+}  // namespace tapekeep::RsyncCommands
