@@ -42,7 +42,7 @@ protected:
             environment_);
     }
 
-    fs::path setRoot() const { return base_ / "CARD_AAAABBBB"; }
+    fs::path setRoot() const { return base_ / "CARD_AAA-BBBB"; }
 
     std::vector<std::string> entries(const fs::path& folder) const {
         std::vector<std::string> names;
@@ -137,12 +137,14 @@ TEST_F(BackupOperationTest, NonZeroRsyncExitsFailWithTheirOwnWordsAndPublishNoth
         EXPECT_TRUE(BackupRepository(base_).listVersions(setRoot()).empty());
         EXPECT_FALSE(fs::exists(fs::symlink_status(setRoot() / "latest")));
     }
-    // The newest failed staging folder stays for diagnosis, marked as no restore source.
-    const auto staging = stagingFolders();
-    ASSERT_EQ(staging.size(), 1u);
-    EXPECT_EQ(readFile(staging[0] / "failure.txt"),
-              "Incomplete backup. Not a restore source.\nBackup transfer failed (rsync exit 23). The backup was "
-              "not published.\n");
+    // Each failed staging folder stays for diagnosis until a later run clears it, marked as no
+    // restore source with the error's own words.
+    std::vector<std::string> failures;
+    for (const auto& staging : stagingFolders()) failures.push_back(readFile(staging / "failure.txt"));
+    std::sort(failures.begin(), failures.end());
+    ASSERT_EQ(failures.size(), 2u);
+    EXPECT_EQ(failures[0], "Incomplete backup. Not a restore source.\n" + cases[1].text + "\n");
+    EXPECT_EQ(failures[1], "Incomplete backup. Not a restore source.\n" + cases[0].text + "\n");
 }
 
 TEST_F(BackupOperationTest, DiskSpaceOfEstimatePlusHeadroomIsExactlyEnough) {
@@ -225,7 +227,7 @@ TEST_F(BackupOperationTest, RefusalsBeforeStagingLeaveNothingBehind) {
     const std::vector<Case> cases = {
         {"base inside the card", [](BackupRequest& r, const TempDir&) { r.baseURL = r.card.mountPath / "backups"; },
          "Source and destination must not overlap."},
-        {"card inside the set", [](BackupRequest& r, const TempDir&) { r.card.mountPath = r.baseURL / "CARD_AAAABBBB"; },
+        {"card inside the set", [](BackupRequest& r, const TempDir&) { r.card.mountPath = r.baseURL / "CARD_AAA-BBBB"; },
          "Source and destination must not overlap."},
         {"unsupported rsync",
          [](BackupRequest& r, const TempDir& temp) {
