@@ -3,7 +3,7 @@
 // for every line, against a plain memchr line count over the same bytes.
 
 #include <chrono>
-#include <cinttypes>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <random>
@@ -105,7 +105,7 @@ struct Tally {
     std::uint64_t progress = 0;
     std::uint64_t noise = 0;
     std::uint64_t logged = 0;
-    double displayed = 0;
+    double displayedSum = 0;  // keeps the tracker's work observable to the optimiser
 };
 
 template <typename Consume>
@@ -122,7 +122,7 @@ Tally splitAndParse(std::string_view output, int passes) {
         ++tally.lines;
         if (auto progress = parseProgressLine(line)) {
             ++tally.progress;
-            tally.displayed = tracker.feed(*progress);
+            tally.displayedSum += tracker.feed(*progress);
         } else if (isProgressNoise(line)) {
             ++tally.noise;
         } else {
@@ -188,9 +188,9 @@ int main() {
         100.0 * static_cast<double>(tally.progress) / static_cast<double>(tally.lines),
         100.0 * static_cast<double>(tally.noise) / static_cast<double>(tally.lines),
         100.0 * static_cast<double>(tally.logged) / static_cast<double>(tally.lines));
-    std::printf("split + parse + noise + tracker: %s lines/s (%.0f MiB/s), last progress %.2f\n",
-                perSecond(static_cast<double>(tally.lines), parseSeconds).c_str(), mebibytes / parseSeconds,
-                tally.displayed);
+    std::printf("split + parse + noise + tracker: %s lines/s (%.0f MiB/s)\n",
+                perSecond(static_cast<double>(tally.lines), parseSeconds).c_str(), mebibytes / parseSeconds);
+    if (tally.displayedSum < 0) return 1;  // never: the tracker shows 0 to 1
     std::printf("baseline memchr LF count:        %s lines/s (%.0f MiB/s)\n",
                 perSecond(static_cast<double>(lineFeeds), countSeconds).c_str(), mebibytes / countSeconds);
     std::printf("ratio: the same bytes take %.1fx the time of the memchr count\n",
