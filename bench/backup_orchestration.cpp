@@ -17,6 +17,8 @@
 #include "backup/BackupOperation.h"
 #include "backup/RsyncCommands.h"
 
+extern char** environ;
+
 namespace fs = std::filesystem;
 using namespace tapekeep;
 using Seconds = std::chrono::duration<double>;
@@ -54,7 +56,6 @@ int runBare(const std::vector<std::string>& arguments) {
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
-    extern char** environ;
     if (::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) return -1;
     posix_spawn_file_actions_destroy(&actions);
     int status = 0;
