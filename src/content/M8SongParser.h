@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "content/M8InstrumentError.h"
 #include "content/M8SongMetadata.h"
 
 namespace tapekeep::M8SongParser {
@@ -12,6 +13,7 @@ namespace tapekeep::M8SongParser {
 // The only code that reads inside M8 files. Each call reads the whole file and keeps no state;
 // safe on any thread at once, no cancellation checks (callers check between files).
 // The file's name and extension are not looked at: the caller chooses the operation.
+// A file above 16 MiB is no M8 file and is refused unread, as if it could not be read.
 
 // Absent for anything that is not a whole song; never throws.
 std::optional<M8SongMetadata> parseSong(const std::filesystem::path& file);

@@ -1,0 +1,369 @@
+#include "content/M8SongParser.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "TempDir.h"
+
+namespace tapekeep {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+using Type = InstrumentInfo::InstrumentType;
+
+const fs::path fixtures = TAPEKEEP_FIXTURES_DIR;
+
+struct Layout {
+    std::size_t stride;
+    std::size_t pathOffset;
+};
+constexpr Layout olderLayout{207, 79};
+constexpr Layout newerLayout{215, 87};
+constexpr std::size_t olderMinimum = 106'942;
+constexpr std::size_t newerMinimum = 107'966;
+
+// A song built byte by byte: header, tempo 120, all 128 slots empty (type byte 0xFF), zeros elsewhere.
+class SongBytes {
+public:
+    SongBytes(unsigned char low, unsigned char high, Layout layout, std::size_t size = newerMinimum)
+        : layout_(layout), bytes_(std::max(size, newerMinimum), '\0'), size_(size) {
+        put(0, std::string("M8VERSION\0", 10) + char(low) + char(high));
+        setTempo(120.0f);
+        for (int slot = 0; slot < 128; ++slot) put(slotOffset(slot), "\xFF");
+    }
+    static SongBytes newer() { return {0x20, 0x04, newerLayout}; }
+
+    void put(std::size_t offset, std::string_view data) { bytes_.replace(offset, data.size(), data); }
+    void setTempo(float tempo) {
+        char raw[4];
+        std::memcpy(raw, &tempo, 4);  // the test machine is little-endian, as the file is
+        put(143, std::string_view(raw, 4));
+    }
+    void setSlot(int slot, unsigned char type, std::string_view name = "", std::string_view path = "") {
+        put(slotOffset(slot), std::string(1, char(type)));
+        put(slotOffset(slot) + 1, name);
+        put(slotOffset(slot) + layout_.pathOffset, path);
+    }
+    [[nodiscard]] std::string bytes() const { return bytes_.substr(0, size_); }
+
+private:
+    [[nodiscard]] std::size_t slotOffset(int slot) const { return 80'446 + std::size_t(slot) * layout_.stride; }
+
+    Layout layout_;
+    std::string bytes_;
+    std::size_t size_;
+};
+
+fs::path write(const TempDir& dir, const std::string& bytes, const std::string& name = "song.m8s") {
+    test::writeFile(dir / name, bytes);
+    return dir / name;
+}
+
+std::string instrumentBytes(unsigned char low, unsigned char high, unsigned char type, Layout layout,
+                            std::string_view path) {
+    std::string bytes = std::string("M8VERSION\0", 10) + char(low) + char(high) + std::string(2, '\0') + char(type);
+    bytes.resize(14 + layout.pathOffset);
+    return bytes + std::string(path);
+}
+
+TEST(M8SongParserTest, ReadsEveryRealSong) {
+    struct Case {
+        const char* file;
+        double tempo;
+        const char* name;
+        std::size_t occupied;
+        int samplerSlot;  // -1: none
+        std::vector<std::string> samplePaths;
+    };
+    const std::vector<Case> cases{
+        {"TEST-FILE.m8s", 120.0, "TEST-FILE", 7, 3, {"/Samples/Drums/Hits/TR505/bass drum 505.wav"}},
+        {"CMDMAPPING_4_0.m8s", 133.0, "CMDMAPPING", 17, 32, {"/Samples/PICA.wav"}},
+        {"CMDMAPPING_4_1_beta.m8s", 133.0, "CMDMAPPING", 17, 32, {"/Samples/PICA.wav"}},
+        {"DEFAULT.m8s", 120.0, "DEFAULT", 0, -1, {}},
+        {"V4EMPTY.m8s", 120.0, "V4EMPTY", 0, -1, {}},
+        {"V4-1EMPTY.m8s", 120.0, "V4-1EMPTY", 0, -1, {}},
+    };
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testCase.file);
+        const auto song = M8SongParser::parseSong(fixtures / testCase.file);
+        ASSERT_TRUE(song);
+        EXPECT_EQ(song->tempo, testCase.tempo);
+        EXPECT_EQ(song->name, testCase.name);
+        EXPECT_EQ(song->instruments.size(), testCase.occupied);
+        EXPECT_EQ(song->samplePaths, testCase.samplePaths);
+        EXPECT_EQ(M8SongParser::parseSamplePaths(fixtures / testCase.file), testCase.samplePaths);
+        for (const auto& instrument : song->instruments) {
+            EXPECT_EQ(instrument.samplePath.has_value(), instrument.index == testCase.samplerSlot);
+            EXPECT_EQ(instrument.type == Type::sampler, instrument.index == testCase.samplerSlot);
+            // The device pads names with 0xFF, which is not UTF-8, so every name is lost.
+            EXPECT_EQ(instrument.name, "");
+        }
+    }
+}
+
+TEST(M8SongParserTest, NamesTheTypesOfARealSongAsTheDeviceDoes) {
+    const auto song = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");
+    ASSERT_TRUE(song);
+    const std::vector<std::pair<int, std::string>> expected{
+        {1, "WAVSYNTH"}, {2, "MACROSYN"}, {3, "SAMPLER"},  {4, "FMSYNTH"},
+        {5, "HYPERSYNTH"}, {6, "MIDI OUT"}, {7, "EXTERNAL"},
+    };
+    std::vector<std::pair<int, std::string>> actual;
+    for (const auto& instrument : song->instruments)
+        actual.emplace_back(instrument.index, InstrumentInfo::rawValue(instrument.type));
+    EXPECT_EQ(actual, expected);
+}
+
+TEST(M8SongParserTest, RealInstrumentsAreFmSynthsWithoutSample) {
+    for (const char* file : {"FMDUBSTAB_4_0.m8i", "FMDUBSTAB_4_1.m8i", "FMDUBSTABEQ_4_1.m8i"}) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(M8SongParser::parseInstrument(fixtures / file), std::nullopt);
+        EXPECT_EQ(M8SongParser::parseSong(fixtures / file), std::nullopt);
+        EXPECT_TRUE(M8SongParser::parseSamplePaths(fixtures / file).empty());
+    }
+    // Offset 14 of a song holds its folder ("/Songs/"), not the sampler's type byte.
+    EXPECT_EQ(M8SongParser::parseInstrument(fixtures / "TEST-FILE.m8s"), std::nullopt);
+}
+
+TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
+    const std::string fullPath(128, 'p');  // no terminator: runs to the very end of a minimum-size file
+    struct Case {
+        const char* name;
+        unsigned char low, high;
+        Layout layout;
+        std::size_t size;
+        bool accepted;
+    };
+    const std::vector<Case> cases{
+        {"older layout, minimum size", 0x30, 0x01, olderLayout, olderMinimum, true},
+        {"older layout, one byte short", 0x30, 0x01, olderLayout, olderMinimum - 1, false},
+        {"newer layout, minimum size", 0x20, 0x04, newerLayout, newerMinimum, true},
+        {"newer layout, one byte short", 0x20, 0x04, newerLayout, newerMinimum - 1, false},
+        {"107000 bytes are enough for the older layout", 0x30, 0x01, olderLayout, 107'000, true},
+        {"107000 bytes are too few for the newer layout", 0x40, 0x01, newerLayout, 107'000, false},
+        {"13 bytes of header", 0x20, 0x04, newerLayout, 13, false},
+    };
+    TempDir dir;
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testCase.name);
+        SongBytes song(testCase.low, testCase.high, testCase.layout, testCase.size);
+        song.setSlot(127, 2, "", fullPath);
+        const auto file = write(dir, song.bytes());
+        const auto parsed = M8SongParser::parseSong(file);
+        const auto expectedPaths = testCase.accepted ? std::vector{fullPath} : std::vector<std::string>{};
+        ASSERT_EQ(parsed.has_value(), testCase.accepted);
+        EXPECT_EQ(M8SongParser::parseSamplePaths(file), expectedPaths);
+        if (!parsed) continue;
+        ASSERT_EQ(parsed->instruments.size(), 1u);
+        EXPECT_EQ(parsed->instruments[0].index, 127);
+        EXPECT_EQ(parsed->instruments[0].samplePath, fullPath);
+    }
+}
+
+TEST(M8SongParserTest, RefusesABadHeader) {
+    TempDir dir;
+    for (const auto& [offset, byte] : std::vector<std::pair<std::size_t, char>>{{9, 1}, {8, 'M'}, {0, 'm'}}) {
+        SCOPED_TRACE(offset);
+        auto song = SongBytes::newer();
+        song.setSlot(0, 2, "", "/a.wav");
+        song.put(offset, std::string(1, byte));
+        const auto file = write(dir, song.bytes());
+        EXPECT_EQ(M8SongParser::parseSong(file), std::nullopt);
+        EXPECT_TRUE(M8SongParser::parseSamplePaths(file).empty());
+        EXPECT_THROW(M8SongParser::parseInstrument(file), M8InstrumentError);
+    }
+}
+
+TEST(M8SongParserTest, VersionBytesSelectTheLayout) {
+    struct Case {
+        unsigned char low, high;
+        Layout expected;
+    };
+    const std::vector<Case> cases{
+        {0x3F, 0x01, olderLayout}, {0x00, 0x01, olderLayout}, {0x40, 0x01, newerLayout},
+        {0xFF, 0x01, newerLayout}, {0x10, 0x02, newerLayout}, {0x00, 0x00, newerLayout},
+        {0x3F, 0x00, newerLayout}, {0x04, 0x03, newerLayout}, {0x20, 0x04, newerLayout},
+    };
+    TempDir dir;
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testing::Message() << std::hex << int(testCase.low) << ", " << int(testCase.high));
+        SongBytes song(testCase.low, testCase.high, testCase.expected);
+        song.setSlot(5, 2, "S", "/s.wav");
+        const auto parsed = M8SongParser::parseSong(write(dir, song.bytes()));
+        ASSERT_TRUE(parsed);
+        ASSERT_EQ(parsed->instruments.size(), 1u);
+        EXPECT_EQ(parsed->instruments[0].index, 5);
+        EXPECT_EQ(parsed->instruments[0].samplePath, "/s.wav");
+
+        const auto instrument = instrumentBytes(testCase.low, testCase.high, 2, testCase.expected, "/s.wav");
+        EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), "/s.wav");
+    }
+}
+
+TEST(M8SongParserTest, KeepsTempoOnlyWithinTheDeviceRange) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float infinity = std::numeric_limits<float>::infinity();
+    const std::vector<std::pair<float, std::optional<double>>> cases{
+        {19.99f, std::nullopt}, {20.0f, 20.0}, {120.5f, 120.5}, {300.0f, 300.0}, {300.01f, std::nullopt},
+        {0.0f, std::nullopt},   {-120.0f, std::nullopt}, {nan, std::nullopt}, {infinity, std::nullopt},
+    };
+    TempDir dir;
+    for (const auto& [stored, expected] : cases) {
+        SCOPED_TRACE(stored);
+        auto song = SongBytes::newer();
+        song.setTempo(stored);
+        song.setSlot(0, 1);
+        const auto parsed = M8SongParser::parseSong(write(dir, song.bytes()));
+        ASSERT_TRUE(parsed);
+        EXPECT_EQ(parsed->tempo, expected);
+        EXPECT_EQ(parsed->instruments.size(), 1u);  // an absent tempo stops nothing
+    }
+}
+
+TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
+    struct Case {
+        std::string stored;  // written to the song name, an instrument name and a sample path
+        std::string name;
+        std::optional<std::string> path;
+    };
+    const std::vector<Case> cases{
+        {"KICK", "KICK", "KICK"},
+        {"\xE9", "", "\u00E9"},
+        {"Caf\xE9", "", "Caf\u00E9"},
+        {"Ch\u00F6re", "Ch\u00F6re", "Ch\u00F6re"},
+        {"\xC0\x80", "", "\u00C0\u0080"},                // overlong zero
+        {"\xED\xA0\x80", "", "\u00ED\u00A0\u0080"},      // surrogate
+        {std::string("AB\0CD", 5), "AB", "AB"},
+        {"", "", std::nullopt},
+        {"   ", "   ", "   "},
+        {"../x.wav", "../x.wav", "../x.wav"},
+        {"Samples\\x.wav", "Samples\\x.wa", "Samples\\x.wav"},  // 13th byte is past the name field
+        {"ABCDEFGHIJKL\xE9", "ABCDEFGHIJKL", "ABCDEFGHIJKL\u00E9"},
+    };
+    TempDir dir;
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testCase.stored);
+        auto song = SongBytes::newer();
+        song.put(148, testCase.stored);
+        song.setSlot(0, 2, testCase.stored, testCase.stored);
+        const auto parsed = M8SongParser::parseSong(write(dir, song.bytes()));
+        ASSERT_TRUE(parsed);
+        EXPECT_EQ(parsed->name, testCase.name);
+        EXPECT_EQ(parsed->instruments.at(0).name, testCase.name);
+        EXPECT_EQ(parsed->instruments.at(0).samplePath, testCase.path);
+
+        const auto instrument = instrumentBytes(0x20, 0x04, 2, newerLayout, testCase.stored + '\0');
+        EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), testCase.path);
+    }
+}
+
+TEST(M8SongParserTest, MapsTypeBytesAndReadsPathsOfSamplersOnly) {
+    const std::vector<std::pair<unsigned char, std::optional<Type>>> cases{
+        {0, Type::wavsynth}, {1, Type::macrosyn}, {2, Type::sampler},     {3, Type::midi},
+        {4, Type::fm},       {5, Type::hypersynth}, {6, Type::external}, {7, Type::unknown},
+        {254, Type::unknown}, {255, std::nullopt},
+    };
+    TempDir dir;
+    for (const auto& [typeByte, expected] : cases) {
+        SCOPED_TRACE(int(typeByte));
+        auto song = SongBytes::newer();
+        song.setSlot(9, typeByte, "N", "/x.wav");
+        const auto file = write(dir, song.bytes());
+        const auto parsed = M8SongParser::parseSong(file);
+        ASSERT_TRUE(parsed);
+        const bool sampler = expected == Type::sampler;
+        EXPECT_EQ(parsed->samplePaths, sampler ? std::vector<std::string>{"/x.wav"} : std::vector<std::string>{});
+        EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
+        ASSERT_EQ(parsed->instruments.size(), expected ? 1u : 0u);
+        if (!expected) continue;
+        EXPECT_EQ(parsed->instruments[0].type, *expected);
+        EXPECT_EQ(parsed->instruments[0].name, "N");
+        EXPECT_EQ(parsed->instruments[0].samplePath.has_value(), sampler);
+    }
+}
+
+TEST(M8SongParserTest, CollectsEachSamplePathOnceAndKeepsEverySampler) {
+    auto song = SongBytes::newer();
+    for (const auto& [slot, path] : std::vector<std::pair<int, std::string>>{
+             {3, "/b.wav"}, {9, "/b.wav"}, {10, "/B.wav"}, {20, "/a.wav"}, {30, ""}})
+        song.setSlot(slot, 2, "", path);
+    TempDir dir;
+    const auto file = write(dir, song.bytes());
+    const auto parsed = M8SongParser::parseSong(file);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->samplePaths, (std::vector<std::string>{"/B.wav", "/a.wav", "/b.wav"}));
+    EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
+    std::vector<std::optional<std::string>> paths;
+    for (const auto& instrument : parsed->instruments) paths.push_back(instrument.samplePath);
+    EXPECT_EQ(paths, (std::vector<std::optional<std::string>>{"/b.wav", "/b.wav", "/B.wav", "/a.wav", std::nullopt}));
+    EXPECT_NE(M8SongParser::parseSong(file)->instruments[0].id, parsed->instruments[0].id);
+}
+
+TEST(M8SongParserTest, InstrumentFailuresAreTold) {
+    using Kind = M8InstrumentError::Kind;
+    const std::string header("M8VERSION\0\x20\x04\0\0", 14);
+    struct Case {
+        const char* name;
+        std::string bytes;
+        std::optional<Kind> error;
+        std::optional<std::string> path;
+    };
+    const std::vector<Case> cases{
+        {"magic alone", "M8VERSION", Kind::notAnInstrument, {}},
+        {"wrong magic", "M8VERSIOM" + header.substr(9) + std::string(200, '\2'), Kind::notAnInstrument, {}},
+        {"byte 9 not zero", "M8VERSION\1" + header.substr(10) + std::string(200, '\2'), Kind::notAnInstrument, {}},
+        {"good header, 12 bytes", header.substr(0, 12), Kind::unreadable, {}},
+        {"good header, no type byte", header, Kind::unreadable, {}},
+        {"not a sampler", header + '\4', {}, {}},
+        {"sampler ending before its path", header + '\2' + std::string(86, 'x'), Kind::unreadable, {}},
+        {"sampler path cut by the end of the file", header + '\2' + std::string(86, 'x') + "abc", {}, "abc"},
+        {"sampler with an empty path", header + '\2' + std::string(300, '\0'), {}, {}},
+    };
+    TempDir dir;
+    for (const auto& testCase : cases) {
+        SCOPED_TRACE(testCase.name);
+        const auto file = write(dir, testCase.bytes, "i.m8i");
+        try {
+            EXPECT_EQ(M8SongParser::parseInstrument(file), testCase.path);
+            EXPECT_FALSE(testCase.error);
+        } catch (const M8InstrumentError& error) {
+            EXPECT_EQ(error.kind(), testCase.error);
+            EXPECT_EQ(error.file(), file);
+        }
+    }
+    try {
+        M8SongParser::parseInstrument(write(dir, "M8VERSION", "KICK.m8i"));
+        ADD_FAILURE();
+    } catch (const M8InstrumentError& error) {
+        EXPECT_STREQ(error.what(), "Not an M8 instrument: KICK.m8i");
+    }
+}
+
+TEST(M8SongParserTest, FilesThatCannotBeReadGiveNothing) {
+    TempDir dir;
+    const auto song = write(dir, SongBytes::newer().bytes());
+    const auto huge = write(dir, SongBytes::newer().bytes(), "huge.m8s");
+    fs::resize_file(huge, 16 * 1024 * 1024 + 1);  // sparse: too large for any M8 file
+    fs::create_directory(dir / "folder.m8s");
+    fs::resize_file(song, 16 * 1024 * 1024);  // the largest size still read
+    EXPECT_TRUE(M8SongParser::parseSong(song));
+    for (const auto& file : {huge, dir / "folder.m8s", dir / "missing.m8s"}) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(M8SongParser::parseSong(file), std::nullopt);
+        EXPECT_TRUE(M8SongParser::parseSamplePaths(file).empty());
+        try {
+            M8SongParser::parseInstrument(file);
+            ADD_FAILURE();
+        } catch (const M8InstrumentError& error) {
+            EXPECT_EQ(error.kind(), M8InstrumentError::Kind::unreadable);
+            EXPECT_EQ(error.what(), "Could not read instrument: " + file.filename().string());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tapekeep
