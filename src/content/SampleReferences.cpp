@@ -1,0 +1,365 @@
+#include "content/SampleReferences.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <optional>
+
+#include "content/BrowseFileError.h"
+#include "content/M8InstrumentError.h"
+#include "content/M8SongParser.h"
+#include "core/Cancelled.h"
+#include "core/PosixError.h"
+
+namespace tapekeep::BrowseFileService {
+namespace fs = std::filesystem;
+
+namespace {
+
+// What the kernel itself allows before it gives up with ELOOP.
+constexpr int maximumLinkHops = 40;
+
+// ---- text -------------------------------------------------------------------------------------
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Canonical composition, so that a name typed on one system matches one stored by another. Text that
+// is not UTF-8 cannot be composed and is kept as it is.
+std::string composed(std::string text) {
+    if (isAscii(text)) return text;
+    utf8proc_uint8_t* output = nullptr;
+    const auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                                     static_cast<utf8proc_ssize_t>(text.size()), &output,
+                                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    if (length >= 0) text.assign(reinterpret_cast<const char*>(output), static_cast<std::size_t>(length));
+    std::free(output);
+    return text;
+}
+
+// Lower-cases code point by code point; bytes that are not UTF-8 are kept.
+std::string lowercased(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    for (std::size_t offset = 0; offset < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[offset]);
+        if (byte < 0x80) {
+            result += static_cast<char>(byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte);
+            ++offset;
+            continue;
+        }
+        utf8proc_int32_t codePoint = -1;
+        const auto length =
+            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
+        if (length <= 0) {
+            result += text[offset++];
+            continue;
+        }
+        utf8proc_uint8_t encoded[4];
+        const auto written = utf8proc_encode_char(utf8proc_tolower(codePoint), encoded);
+        result.append(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(written));
+        offset += static_cast<std::size_t>(length);
+    }
+    return result;
+}
+
+bool isWhitespaceOrNewline(utf8proc_int32_t codePoint) {
+    if ((codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85) return true;
+    const auto category = utf8proc_category(codePoint);
+    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
+           category == UTF8PROC_CATEGORY_ZP;
+}
+
+// Trims Unicode white space and line breaks from both ends; bytes that are not UTF-8 are kept.
+std::string trimmedWhitespace(const std::string& text) {
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    std::size_t begin = text.size(), end = 0;
+    for (std::size_t offset = 0; offset < text.size();) {
+        utf8proc_int32_t codePoint = -1;
+        auto length =
+            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
+        if (length <= 0) length = 1;
+        if (codePoint < 0 || !isWhitespaceOrNewline(codePoint)) {
+            begin = std::min(begin, offset);
+            end = offset + static_cast<std::size_t>(length);
+        }
+        offset += static_cast<std::size_t>(length);
+    }
+    return begin < end ? text.substr(begin, end - begin) : std::string();
+}
+
+std::string lowercasedExtension(const fs::path& path) {
+    return lowercased(path.extension().native());
+}
+
+// ---- paths ------------------------------------------------------------------------------------
+
+// Absolute, without "." and ".." components, doubled or trailing slashes. Nothing is resolved.
+fs::path standardized(const fs::path& path) {
+    std::error_code ignored;  // only a failing getcwd; the path then stays relative and fails containment
+    fs::path normal = (path.is_absolute() ? path : fs::absolute(path, ignored)).lexically_normal();
+    if (!normal.has_filename() && normal.has_relative_path()) normal = normal.parent_path();
+    return normal;
+}
+
+// The target of a symbolic link; nothing for anything else, including a path that does not exist.
+std::optional<fs::path> linkTarget(const fs::path& path) {
+    char buffer[PATH_MAX];
+    ssize_t length;
+    while ((length = ::readlink(path.c_str(), buffer, sizeof buffer)) < 0 && errno == EINTR) {
+    }
+    if (length < 0) return std::nullopt;
+    return fs::path(std::string(buffer, static_cast<std::size_t>(length)));
+}
+
+// Resolves every symbolic link of a standardised path, component by component, also where the link
+// dangles, so that a link cannot hide where it points by pointing at nothing yet. Components that do
+// not exist are kept as they are. Nothing for a link loop.
+std::optional<fs::path> resolvedPath(const fs::path& path) {
+    std::vector<fs::path> pending;  // the next component last
+    const auto pushComponents = [&pending](const fs::path& components) {
+        for (auto it = components.end(); it != components.begin();) {
+            --it;
+            if (!it->empty() && *it != "/" && *it != ".") pending.push_back(*it);
+        }
+    };
+    pushComponents(path);
+    fs::path resolved = "/";
+    for (int hops = 0; !pending.empty();) {
+        fs::path name = std::move(pending.back());
+        pending.pop_back();
+        if (name == "..") {
+            resolved = resolved.parent_path();
+            continue;
+        }
+        fs::path next = resolved / name;
+        auto target = linkTarget(next);
+        if (!target) {
+            resolved = std::move(next);
+            continue;
+        }
+        if (++hops > maximumLinkHops) return std::nullopt;
+        if (target->is_absolute()) resolved = "/";
+        pushComponents(*target);
+    }
+    return resolved;
+}
+
+fs::path resolvedRoot(const fs::path& versionRoot) {
+    const fs::path root = standardized(versionRoot);
+    return resolvedPath(root).value_or(root);
+}
+
+// The part of a standardised candidate below a standardised root, or nothing when the candidate is
+// not inside it, by the text of the paths and again by their components. "" for the root itself.
+std::optional<fs::path> pathBelow(const fs::path& candidate, const fs::path& root) {
+    const std::string& text = candidate.native();
+    const std::string& rootText = root.native();
+    const bool insideByText =
+        rootText == "/"
+            ? text.starts_with('/')
+            : text.starts_with(rootText) && (text.size() == rootText.size() || text[rootText.size()] == '/');
+    if (!insideByText) return std::nullopt;
+
+    auto component = candidate.begin();
+    for (const auto& rootComponent : root) {
+        if (component == candidate.end() || *component != rootComponent) return std::nullopt;
+        ++component;
+    }
+    fs::path below;
+    for (; component != candidate.end(); ++component) below /= *component;
+    return below;
+}
+
+// Where a stored path may be anchored, most preferred first.
+std::vector<fs::path> candidateBases(bool absolute, const fs::path& referencingFile, const fs::path& root) {
+    if (absolute) return {root};
+    const fs::path folder = referencingFile.parent_path();
+    return {folder.parent_path(), folder, root};
+}
+
+std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath, const fs::path& referencingFile,
+                                              const fs::path& root) {
+    std::string path = trimmedWhitespace(storedPath);
+    std::replace(path.begin(), path.end(), '\\', '/');
+    if (path.empty()) throw BrowseFileError::sampleMissing(storedPath);
+    const bool absolute = path.starts_with('/');
+    path.erase(0, path.find_first_not_of('/'));
+    if (path.empty()) throw BrowseFileError::samplePathEscapesVersion(storedPath);
+
+    std::vector<SampleCandidate> candidates;
+    std::vector<std::string> seenKeys;  // lower-cased; at most three
+    for (const auto& base : candidateBases(absolute, referencingFile, root)) {
+        auto url = resolvedPath(standardized(base / path));
+        if (!url) continue;
+        const auto below = pathBelow(*url, root);
+        if (!below) continue;
+        std::string key = normalizedKey(below->native());
+        std::string seenKey = lowercased(key);
+        if (std::find(seenKeys.begin(), seenKeys.end(), seenKey) != seenKeys.end()) continue;
+        seenKeys.push_back(std::move(seenKey));
+        candidates.push_back({std::move(*url), std::move(key)});
+    }
+    if (candidates.empty()) throw BrowseFileError::samplePathEscapesVersion(storedPath);
+    return candidates;
+}
+
+std::optional<struct stat> linkStatus(const fs::path& path) {
+    struct stat status {};
+    int result;
+    while ((result = ::lstat(path.c_str(), &status)) < 0 && errno == EINTR) {
+    }
+    if (result < 0) return std::nullopt;
+    return status;
+}
+
+// ---- the index --------------------------------------------------------------------------------
+
+std::vector<std::string> instrumentReferences(const fs::path& file) {
+    try {
+        auto samplePath = M8SongParser::parseInstrument(file);
+        if (!samplePath) return {};
+        return {std::move(*samplePath)};
+    } catch (const M8InstrumentError& error) {
+        if (error.kind() == M8InstrumentError::Kind::notAnInstrument) return {};
+        throw BrowseFileError::invalidSong(file);
+    } catch (const std::exception&) {
+        throw BrowseFileError::invalidSong(file);
+    }
+}
+
+// The stored sample paths of a song or instrument; none for an empty file or a file that is no
+// instrument. Throws invalidSong for anything else that cannot be parsed.
+std::vector<std::string> storedReferences(const fs::path& file) {
+    if (isZeroByteFile(file)) return {};
+    if (lowercasedExtension(file) == ".m8i") return instrumentReferences(file);
+    auto song = M8SongParser::parseSong(file);
+    if (!song) throw BrowseFileError::invalidSong(file);
+    return std::move(song->samplePaths);
+}
+
+void addUsage(SampleUsageIndex& index, const std::string& key, const fs::path& file) {
+    auto& users = index[lowercased(key)];
+    if (std::find(users.begin(), users.end(), file) == users.end()) users.push_back(file);
+}
+
+void collectM8Files(const fs::path& folder, const std::stop_token& token, std::vector<fs::path>& found) {
+    std::error_code error;
+    fs::directory_iterator entries(folder, error);
+    if (error) throw PosixError::fromErrno(error.value(), "Could not list " + folder.string());
+    for (; entries != fs::directory_iterator(); entries.increment(error)) {
+        if (error) break;
+        throwIfCancelled(token);
+        const fs::path& entry = entries->path();
+        if (entry.filename().native().starts_with('.')) continue;
+        const auto status = entries->symlink_status(error);
+        if (error) throw PosixError::fromErrno(error.value(), "Could not read " + entry.string());
+        if (fs::is_directory(status)) {
+            collectM8Files(entry, token, found);
+        } else if (fs::is_regular_file(status)) {
+            const auto extension = lowercasedExtension(entry);
+            if (extension == ".m8s" || extension == ".m8i") found.push_back(entry);
+        }
+    }
+    if (error) throw PosixError::fromErrno(error.value(), "Could not list " + folder.string());
+}
+
+}  // namespace
+
+// ---- public -----------------------------------------------------------------------------------
+
+std::string normalizedKey(std::string_view path) {
+    if (path.empty()) return "/";
+    std::string text(path);
+    std::replace(text.begin(), text.end(), '\\', '/');
+    text = composed(std::move(text));
+    if (!text.starts_with('/')) text.insert(text.begin(), '/');
+    const auto doubled =
+        std::unique(text.begin(), text.end(), [](char a, char b) { return a == '/' && b == '/'; });
+    text.erase(doubled, text.end());
+    if (text.size() > 1 && text.ends_with('/')) text.pop_back();
+    return text;
+}
+
+std::string indexKey(std::string_view path) {
+    return lowercased(normalizedKey(path));
+}
+
+std::vector<SampleCandidate> sampleCandidates(const std::string& storedPath, const fs::path& referencingFile,
+                                              const fs::path& versionRoot) {
+    return candidatesWithin(storedPath, standardized(referencingFile), resolvedRoot(versionRoot));
+}
+
+std::vector<fs::path> m8FileURLs(const fs::path& folder, std::stop_token token) {
+    std::vector<fs::path> found;
+    collectM8Files(folder, token, found);
+    return found;
+}
+
+SampleUsageIndex sampleUsageIndex(const fs::path& versionRoot, std::stop_token token) {
+    const fs::path root = resolvedRoot(versionRoot);
+    SampleUsageIndex index;
+    for (const auto& found : m8FileURLs(versionRoot, token)) {
+        throwIfCancelled(token);
+        const fs::path file = standardized(found);
+        for (const auto& reference : storedReferences(file)) {
+            for (const auto& candidate : candidatesWithin(reference, file, root))
+                addUsage(index, candidate.key, file);
+        }
+    }
+    return index;
+}
+
+std::string relativePath(const fs::path& file, const fs::path& versionRoot) {
+    const fs::path root = resolvedRoot(versionRoot);
+    const auto resolved = resolvedPath(standardized(file));
+    if (!resolved) throw BrowseFileError::sourceMissing(file);  // a link loop leads nowhere
+    if (!isInside(*resolved, root) || *resolved == root) throw BrowseFileError::sourceOutsideVersion();
+    if (!linkStatus(*resolved)) throw BrowseFileError::sourceMissing(file);
+    const std::size_t prefix = root == "/" ? 1 : root.native().size() + 1;
+    return resolved->native().substr(prefix);
+}
+
+bool isInside(const fs::path& url, const fs::path& root) {
+    const std::string child = standardized(url).native();
+    const std::string parent = standardized(root).native();
+    if (child == parent) return true;
+    return child.starts_with(parent == "/" ? parent : parent + "/");
+}
+
+bool isZeroByteFile(const fs::path& url) {
+    const auto status = linkStatus(url);
+    return status && S_ISREG(status->st_mode) && status->st_size == 0;
+}
+
+bool isUnusedSample(const fs::path& file, const fs::path& versionPath, const SampleUsageIndex& index) {
+    const std::string path = standardized(file).native();
+    const std::string version = standardized(versionPath).native();
+    const std::string prefix = version == "/" ? version : version + "/";
+    if (path.size() <= prefix.size() || !path.starts_with(prefix)) return false;
+    const auto users = index.find(indexKey(std::string_view(path).substr(prefix.size())));
+    return users == index.end() || users->second.empty();
+}
+
+std::string usageLabel(const std::vector<std::string>& referencingPaths) {
+    const auto instruments =
+        std::count_if(referencingPaths.begin(), referencingPaths.end(),
+                      [](const std::string& path) { return lowercasedExtension(path) == ".m8i"; });
+    const auto songs = static_cast<std::ptrdiff_t>(referencingPaths.size()) - instruments;
+    const auto counted = [](std::ptrdiff_t count, const char* noun) {
+        return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+    };
+    std::string label;
+    if (songs > 0) label = counted(songs, "song");
+    if (instruments > 0) label += (label.empty() ? "" : ", ") + counted(instruments, "instrument");
+    return label;
+}
+
+}  // namespace tapekeep::BrowseFileService
