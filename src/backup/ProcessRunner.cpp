@@ -187,7 +187,9 @@ public:
     SpawnAttributes& operator=(const SpawnAttributes&) = delete;
 
     // No blocked signals (SIGTERM must reach the child, whatever the calling thread blocks) and
-    // the default action for SIGPIPE, which this process ignores.
+    // the default action for SIGPIPE, which this process ignores. The child gets a process group of
+    // its own, so that Ctrl-C in a terminal reaches only us: a run is then cancelled through its
+    // own path (SIGTERM to the child, staging removed) instead of rsync failing under our feet.
     void resetSignals(const std::string& executable) {
         sigset_t none;
         sigemptyset(&none);
@@ -196,9 +198,10 @@ public:
         sigaddset(&pipeSignal, SIGPIPE);
         checkSpawnSetup(::posix_spawnattr_setsigmask(&attributes_, &none), executable);
         checkSpawnSetup(::posix_spawnattr_setsigdefault(&attributes_, &pipeSignal), executable);
-        checkSpawnSetup(
-            ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
-            executable);
+        checkSpawnSetup(::posix_spawnattr_setpgroup(&attributes_, 0), executable);
+        checkSpawnSetup(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                                     POSIX_SPAWN_SETPGROUP),
+                        executable);
     }
     [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
 

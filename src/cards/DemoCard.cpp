@@ -1,7 +1,6 @@
 #include "cards/DemoCard.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <string_view>
 
 #include "core/AtomicFile.h"
+#include "core/FileLock.h"
 #include "core/PosixError.h"
 #include "core/Uuid.h"
 #include "platform/NoReplaceRename.h"
@@ -292,27 +292,6 @@ void writeContent(const std::filesystem::path& card) {
     for (const auto& song : songs()) writeCardFile(card / song.file, songFile(song));
 }
 
-// Held while the card is created, so the application and the CLI never build it twice at once.
-class CreationLock {
-public:
-    explicit CreationLock(const std::filesystem::path& file) {
-        fd_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (fd_ < 0) throw PosixError::fromErrno(errno, file.string());
-        while (::flock(fd_, LOCK_EX) != 0) {
-            if (errno == EINTR) continue;
-            int code = errno;
-            ::close(fd_);
-            throw PosixError::fromErrno(code, file.string());
-        }
-    }
-    ~CreationLock() { ::close(fd_); }  // closing drops the lock
-    CreationLock(const CreationLock&) = delete;
-    CreationLock& operator=(const CreationLock&) = delete;
-
-private:
-    int fd_ = -1;
-};
-
 // Under the creation lock, any build folder is a leftover of a creation that was cut short.
 void removeUnfinishedBuilds(const std::filesystem::path& demoRoot) {
     std::error_code error;
@@ -340,7 +319,7 @@ void ensureCreated(const std::filesystem::path& demoRoot) {
     const auto card = cardFolder(demoRoot);
     if (isPresent(card)) return;
     createFolders(demoRoot);
-    CreationLock lock(demoRoot / ".M8DEMO.lock");
+    FileLock lock(demoRoot / ".M8DEMO.lock");
     if (isPresent(card)) return;  // another process finished it while we waited
     removeUnfinishedBuilds(demoRoot);
     const auto building = demoRoot / (std::string(buildingPrefix) + makeUuid());

@@ -1,7 +1,6 @@
 #include "core/SettingsStore.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include <sstream>
 
 #include "core/AtomicFile.h"
+#include "core/FileLock.h"
 #include "core/PosixError.h"
 
 namespace tapekeep {
@@ -22,26 +22,6 @@ nlohmann::json readObject(const std::filesystem::path& file) {
     auto parsed = nlohmann::json::parse(buffer.str(), nullptr, false);
     return parsed.is_object() ? parsed : nlohmann::json::object();
 }
-
-class FileLock {
-public:
-    explicit FileLock(const std::filesystem::path& path) {
-        fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (fd_ < 0) throw PosixError::fromErrno(errno, path.string());
-        while (::flock(fd_, LOCK_EX) != 0) {
-            if (errno == EINTR) continue;
-            int code = errno;
-            ::close(fd_);
-            throw PosixError::fromErrno(code, path.string());
-        }
-    }
-    ~FileLock() { ::close(fd_); }  // closing drops the lock
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-
-private:
-    int fd_ = -1;
-};
 
 }  // namespace
 
