@@ -23,8 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using test::readFile;
-using test::TempDir;
 using test::writeFile;
+using Names = std::vector<std::string>;
 
 Clock::time_point at(const std::string& stamp) {
     return *parseFolderTimestamp(stamp);
@@ -36,9 +36,8 @@ std::stop_token cancelledToken() {
     return source.get_token();
 }
 
-// Sets the immutable attribute on a file or folder for the life of the object, so that the
-// kernel refuses to change it even for root: the one reliable way to make a removal or a rename
-// inside a folder fail on a real file system. Holds the item open, so it follows a rename.
+// The immutable attribute makes the kernel refuse a removal or rename inside a folder even for
+// root: the one reliable way to fail those on a real file system. Held open, so it follows a rename.
 class ImmutableFlag {
 public:
     explicit ImmutableFlag(const fs::path& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
@@ -74,38 +73,37 @@ protected:
     void TearDown() override { center.removeObserver(observer); }
 
     fs::path makeVersion(const std::string& stamp, const std::string& content = "song") {
-        const fs::path version = set / ("backup-" + stamp);
-        writeFile(version / "Songs/a.m8s", content);
-        return version;
+        writeFile(set / ("backup-" + stamp) / "Songs/a.m8s", content);
+        return set / ("backup-" + stamp);
     }
-
-    fs::path makeStaging(const std::string& content = "staged") {
+    fs::path makeStaging() {
         const fs::path staging = repository.createStaging(set);
-        writeFile(staging / "Songs/new.m8s", content);
+        writeFile(staging / "Songs/new.m8s", "staged");
         return staging;
     }
-
-    fs::path publish(Clock::time_point publishedAt) {
-        return repository.publishStaging(makeStaging(), set, publishedAt, {});
+    fs::path publish(Clock::time_point when) {
+        return repository.publishStaging(makeStaging(), set, when, {});
     }
-
-    std::vector<std::string> versionNames() {
-        std::vector<std::string> names;
+    void pointLatestAt(const std::string& target) {
+        fs::remove(set / "latest");
+        fs::create_symlink(target, set / "latest");
+    }
+    Names versionNames() {
+        Names names;
         for (const auto& version : repository.listVersions(set)) names.push_back(version.folderName);
         return names;
     }
-
     std::string latestText() { return fs::read_symlink(set / "latest").string(); }
-
-    std::vector<std::string> hiddenEntries(const std::string& prefix) {
-        std::vector<std::string> names;
+    bool latestExists() { return fs::exists(fs::symlink_status(set / "latest")); }
+    Names hiddenEntries(const std::string& prefix) {
+        Names names;
         for (const auto& entry : fs::directory_iterator(set))
             if (entry.path().filename().string().starts_with(prefix))
                 names.push_back(entry.path().filename());
         return names;
     }
 
-    TempDir temp;
+    test::TempDir temp;
     const fs::path base = temp / "Backups";
     const fs::path set = base / "M8_ABCD1234";
     NotificationCenter center;
@@ -116,18 +114,13 @@ protected:
 
 // ---- listing --------------------------------------------------------------------------------
 
-TEST_F(BackupRepositoryTest, ListSetsOfAMissingBaseFolderIsEmpty) {
-    EXPECT_TRUE(repository.listSets().empty());
-}
-
 TEST_F(BackupRepositoryTest, ListSetsTakesRealFoldersSortedAndNamesTheirVolumes) {
-    const std::vector<std::pair<std::string, std::string>> folderToVolume = {
-        {"M8_ABCD1234", "M8"},
-        {" My Card _0000FFFF", "My Card"},
-        {"NoSeparator", "NoSeparator"},
-        {"_12345678", "_12345678"},
-        {"a_b_c", "a_b"},
-        {"   _x", "   _x"}};
+    EXPECT_TRUE(repository.listSets().empty());
+    const std::map<std::string, std::string> folderToVolume = {{"M8_ABCD1234", "M8"},
+                                                               {" My Card _0000FFFF", "My Card"},
+                                                               {"NoSeparator", "NoSeparator"},
+                                                               {"_12345678", "_12345678"},
+                                                               {"a_b_c", "a_b"}};
     for (const auto& [folder, volume] : folderToVolume) fs::create_directories(base / folder);
     makeVersion("2025-01-01-120000");
     fs::create_directories(base / ".edits");
@@ -136,33 +129,29 @@ TEST_F(BackupRepositoryTest, ListSetsTakesRealFoldersSortedAndNamesTheirVolumes)
 
     const auto sets = repository.listSets();
     ASSERT_EQ(sets.size(), folderToVolume.size());
-    for (std::size_t index = 1; index < sets.size(); ++index)
-        EXPECT_LT(sets[index - 1].folderName, sets[index].folderName);
+    auto expected = folderToVolume.begin();
     for (const auto& listed : sets) {
-        const auto expected = std::find_if(folderToVolume.begin(), folderToVolume.end(),
-                                           [&](const auto& pair) { return pair.first == listed.folderName; });
-        ASSERT_NE(expected, folderToVolume.end()) << listed.folderName;
-        EXPECT_EQ(listed.volumeName, expected->second) << listed.folderName;
+        EXPECT_EQ(listed.folderName, expected->first);
+        EXPECT_EQ(listed.volumeName, (expected++)->second) << listed.folderName;
         EXPECT_EQ(listed.rootURL, base / listed.folderName);
         EXPECT_EQ(listed.versions.size(), listed.folderName == "M8_ABCD1234" ? 1u : 0u) << listed.folderName;
     }
 }
 
 TEST_F(BackupRepositoryTest, ListVersionsNewestFirstWithLatestMarkedAndOnlyRealVersionFolders) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-03-01-120000");
-    makeVersion("2025-02-01-120000");
-    makeVersion("garbage");
+    EXPECT_FALSE(repository.versionCount(set).has_value());
+    for (const char* stamp : {"2025-01-01-120000", "2025-03-01-120000", "2025-02-01-120000", "garbage"})
+        makeVersion(stamp);
     fs::create_directory_symlink(set / "backup-2025-03-01-120000", set / "backup-2026-01-01-120000");
     writeFile(set / "backup-2027-01-01-120000", "a file, not a folder");
     fs::create_directories(set / ".incomplete-1234");
     fs::create_directories(set / "other");
-    fs::create_symlink("backup-2025-02-01-120000", set / "latest");
+    // An absolute link marks the version by its last component.
+    pointLatestAt((set / "backup-2025-02-01-120000/").string());
 
     const auto versions = repository.listVersions(set);
-    EXPECT_EQ(versionNames(),
-              (std::vector<std::string>{"backup-2025-03-01-120000", "backup-2025-02-01-120000",
-                                        "backup-2025-01-01-120000", "backup-garbage"}));
+    EXPECT_EQ(versionNames(), (Names{"backup-2025-03-01-120000", "backup-2025-02-01-120000",
+                                     "backup-2025-01-01-120000", "backup-garbage"}));
     ASSERT_EQ(versions.size(), 4u);
     EXPECT_EQ(versions[0].date, at("2025-03-01-120000"));
     EXPECT_FALSE(versions[3].date.has_value());
@@ -172,45 +161,25 @@ TEST_F(BackupRepositoryTest, ListVersionsNewestFirstWithLatestMarkedAndOnlyRealV
     EXPECT_EQ(repository.versionCount(set), 4);
 }
 
-TEST_F(BackupRepositoryTest, AbsoluteLatestMarksTheVersionByItsLastComponent) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-02-01-120000");
-    fs::create_symlink(set / "backup-2025-01-01-120000/", set / "latest");
-    const auto versions = repository.listVersions(set);
-    ASSERT_EQ(versions.size(), 2u);
-    EXPECT_FALSE(versions[0].isLatest);
-    EXPECT_TRUE(versions[1].isLatest);
-}
-
-TEST_F(BackupRepositoryTest, MissingSetHasNoVersionsAndNoCount) {
-    EXPECT_TRUE(repository.listVersions(set).empty());
-    EXPECT_FALSE(repository.versionCount(set).has_value());
-    writeFile(set, "a file where the set folder should be");
-    EXPECT_FALSE(repository.versionCount(set).has_value());
-}
-
 // ---- staging and publishing -----------------------------------------------------------------
 
 TEST_F(BackupRepositoryTest, CreateStagingMakesTheSetAndAFreshHiddenFolder) {
-    const fs::path first = repository.createStaging(set);
-    const fs::path second = repository.createStaging(set);
+    const fs::path first = repository.createStaging(set), second = repository.createStaging(set);
     EXPECT_NE(first, second);
-    for (const auto& staging : {first, second}) {
-        EXPECT_EQ(staging.parent_path(), set);
-        EXPECT_TRUE(staging.filename().string().starts_with(".incomplete-"));
-        EXPECT_EQ(staging.filename().string().size(), std::string(".incomplete-").size() + 36);
-        EXPECT_TRUE(fs::is_directory(staging));
-        EXPECT_TRUE(fs::is_empty(staging));
-    }
+    EXPECT_EQ(hiddenEntries(".incomplete-").size(), 2u);
+    EXPECT_EQ(first.filename().string().size(), std::string(".incomplete-").size() + 36);
+    EXPECT_TRUE(fs::is_directory(first) && fs::is_empty(first));
     EXPECT_TRUE(repository.listVersions(set).empty());
 }
 
 TEST_F(BackupRepositoryTest, PublishRenamesStagingPointsLatestAtItAndAnnounces) {
-    const fs::path staging = makeStaging("new song");
-    const fs::path version = repository.publishStaging(staging, set, at("2025-06-01-101500"), {});
-    EXPECT_EQ(version, set / "backup-2025-06-01-101500");
+    const fs::path staging = makeStaging();
+    // The set folder may be written differently from the one the staging folder was made in.
+    const fs::path version =
+        repository.publishStaging(staging, base / "." / "M8_ABCD1234/", at("2025-06-01-101500"), {});
+    EXPECT_EQ(version.lexically_normal(), set / "backup-2025-06-01-101500");
     EXPECT_FALSE(fs::exists(staging));
-    EXPECT_EQ(readFile(version / "Songs/new.m8s"), "new song");
+    EXPECT_EQ(readFile(version / "Songs/new.m8s"), "staged");
     EXPECT_EQ(latestText(), "backup-2025-06-01-101500");
     EXPECT_EQ(BackupRepository::resolvePreviousVersion(set), fs::canonical(version));
     EXPECT_EQ(changeNotifications, 1);
@@ -218,10 +187,8 @@ TEST_F(BackupRepositoryTest, PublishRenamesStagingPointsLatestAtItAndAnnounces) 
 }
 
 TEST_F(BackupRepositoryTest, PublishTwiceInOneSecondNamesOneSecondApart) {
-    const auto first = publish(at("2025-06-01-101500") + 100ms);
-    const auto second = publish(at("2025-06-01-101500") + 900ms);
-    EXPECT_EQ(first.filename(), "backup-2025-06-01-101500");
-    EXPECT_EQ(second.filename(), "backup-2025-06-01-101501");
+    EXPECT_EQ(publish(at("2025-06-01-101500") + 100ms).filename(), "backup-2025-06-01-101500");
+    EXPECT_EQ(publish(at("2025-06-01-101500") + 900ms).filename(), "backup-2025-06-01-101501");
     EXPECT_EQ(latestText(), "backup-2025-06-01-101501");
     EXPECT_EQ(changeNotifications, 2);
 }
@@ -229,8 +196,7 @@ TEST_F(BackupRepositoryTest, PublishTwiceInOneSecondNamesOneSecondApart) {
 TEST_F(BackupRepositoryTest, PublishAfterTheClockWentBackNamesOneSecondAfterTheNewest) {
     makeVersion("2030-01-01-235959");
     makeVersion("2029-01-01-000000");
-    const auto version = publish(at("2025-06-01-101500"));
-    EXPECT_EQ(version.filename(), "backup-2030-01-02-000000");
+    EXPECT_EQ(publish(at("2025-06-01-101500")).filename(), "backup-2030-01-02-000000");
     EXPECT_EQ(versionNames().front(), "backup-2030-01-02-000000");
 }
 
@@ -238,27 +204,23 @@ TEST_F(BackupRepositoryTest, PublishStepsOverTakenNamesOneSecondAtATime) {
     // Neither is a version, so the date rule ignores them; only the no-replace rename sees them.
     writeFile(set / "backup-2025-06-01-101500", "a stray file");
     fs::create_symlink("/nowhere", set / "backup-2025-06-01-101501");
-    const auto version = publish(at("2025-06-01-101500"));
-    EXPECT_EQ(version.filename(), "backup-2025-06-01-101502");
+    EXPECT_EQ(publish(at("2025-06-01-101500")).filename(), "backup-2025-06-01-101502");
     EXPECT_EQ(readFile(set / "backup-2025-06-01-101500"), "a stray file");
     EXPECT_EQ(fs::read_symlink(set / "backup-2025-06-01-101501"), "/nowhere");
 }
 
 TEST_F(BackupRepositoryTest, SymbolicLinkNamedLikeAVersionIsNeverAVersion) {
-    const fs::path elsewhere = temp / "elsewhere";
-    writeFile(elsewhere / "Songs/keep.m8s", "must survive");
+    writeFile(temp / "elsewhere/Songs/keep.m8s", "must survive");
     makeVersion("2024-01-01-120000");
-    fs::create_directory_symlink(elsewhere, set / "backup-2025-01-01-120000");
+    fs::create_directory_symlink(temp / "elsewhere", set / "backup-2025-01-01-120000");
 
-    EXPECT_EQ(versionNames(), std::vector<std::string>{"backup-2024-01-01-120000"});
-    // Publishing ignores its date, so the new version is named by the clock.
-    const auto version = publish(at("2024-06-01-120000"));
-    EXPECT_EQ(version.filename(), "backup-2024-06-01-120000");
-    // Rotation neither counts nor removes it.
+    EXPECT_EQ(versionNames(), Names{"backup-2024-01-01-120000"});
+    EXPECT_EQ(publish(at("2024-06-01-120000")).filename(),
+              "backup-2024-06-01-120000");  // its date is ignored
     repository.rotate(set, 1, {});
-    EXPECT_EQ(versionNames(), std::vector<std::string>{"backup-2024-06-01-120000"});
+    EXPECT_EQ(versionNames(), Names{"backup-2024-06-01-120000"});
     EXPECT_TRUE(fs::is_symlink(set / "backup-2025-01-01-120000"));
-    EXPECT_EQ(readFile(elsewhere / "Songs/keep.m8s"), "must survive");
+    EXPECT_EQ(readFile(temp / "elsewhere/Songs/keep.m8s"), "must survive");
 }
 
 TEST_F(BackupRepositoryTest, PublishRefusesWhatIsNotAStagingFolderOfTheSet) {
@@ -266,46 +228,26 @@ TEST_F(BackupRepositoryTest, PublishRefusesWhatIsNotAStagingFolderOfTheSet) {
     fs::create_directories(set / "work-in-progress");
     fs::create_directories(temp / "real-folder");
     fs::create_directory_symlink(temp / "real-folder", set / ".incomplete-link");
-    writeFile(set / ".incomplete-file", "x");
     const std::vector<std::pair<fs::path, std::string>> refusals = {
         {temp / "Other/.incomplete-A", "Staging directory " + (temp / "Other/.incomplete-A").string() +
                                            " is not inside backup set " + set.string() + "."},
         {set / "work-in-progress", "Refusing to publish work-in-progress: not a staging directory."},
         {set / ".incomplete-link", "Staging path " + (set / ".incomplete-link").string() +
                                        " is not a directory (symbolic links are never published)."},
-        {set / ".incomplete-file", "Staging path " + (set / ".incomplete-file").string() +
-                                       " is not a directory (symbolic links are never published)."},
     };
     for (const auto& [staging, text] : refusals) {
-        SCOPED_TRACE(staging);
         try {
             repository.publishStaging(staging, set, at("2025-06-01-101500"), {});
-            ADD_FAILURE() << "published";
+            ADD_FAILURE() << "published " << staging;
         } catch (const RepositoryError& error) {
             EXPECT_EQ(error.description(), text);
             EXPECT_EQ(error.code(), 22);
         }
-        EXPECT_TRUE(fs::exists(fs::symlink_status(staging)));
+        EXPECT_TRUE(fs::exists(fs::symlink_status(staging))) << staging;
     }
     EXPECT_TRUE(repository.listVersions(set).empty());
-    EXPECT_FALSE(fs::exists(fs::symlink_status(set / "latest")));
+    EXPECT_FALSE(latestExists());
     EXPECT_EQ(changeNotifications, 0);
-}
-
-TEST_F(BackupRepositoryTest, PublishAcceptsTheSetFolderWrittenDifferently) {
-    const fs::path staging = makeStaging();
-    const auto version =
-        repository.publishStaging(staging, base / "." / "M8_ABCD1234/", at("2025-06-01-101500"), {});
-    EXPECT_TRUE(fs::is_directory(version));
-    EXPECT_EQ(latestText(), "backup-2025-06-01-101500");
-}
-
-TEST_F(BackupRepositoryTest, CancelledPublishLeavesTheStagingFolder) {
-    const fs::path staging = makeStaging();
-    EXPECT_THROW(repository.publishStaging(staging, set, at("2025-06-01-101500"), cancelledToken()),
-                 Cancelled);
-    EXPECT_TRUE(fs::is_directory(staging));
-    EXPECT_TRUE(repository.listVersions(set).empty());
 }
 
 TEST_F(BackupRepositoryTest, FailedPublishRenameKeepsTheStagingName) {
@@ -331,13 +273,6 @@ TEST_F(BackupRepositoryTest, LatestThatCannotBeReplacedStillLeavesThePublishedVe
         EXPECT_EQ(failure.versionURL(), set / "backup-2025-06-01-101500");
         EXPECT_TRUE(fs::is_directory(failure.versionURL()));
         EXPECT_EQ(failure.description(), "Atomic symlink rename failed: " + errnoText(EISDIR));
-        EXPECT_EQ(failure.underlyingDescription(), failure.description());
-        try {
-            std::rethrow_exception(failure.underlying());
-        } catch (const RepositoryError& underlying) {
-            EXPECT_EQ(underlying.kind(), RepositoryError::Kind::latestRenameFailed);
-            EXPECT_EQ(underlying.code(), EISDIR);
-        }
     }
     EXPECT_EQ(changeNotifications, 1);
     EXPECT_TRUE(hiddenEntries(".latest-").empty());
@@ -348,7 +283,6 @@ TEST_F(BackupRepositoryTest, UpdateLatestLinkIsRelativeInsideTheSetAndAbsoluteOu
     makeVersion("2025-01-01-120000");
     repository.updateLatestLink(set, base / "M8_ABCD1234/./backup-2025-01-01-120000/");
     EXPECT_EQ(latestText(), "backup-2025-01-01-120000");
-
     writeFile(temp / "Elsewhere/backup-2025-02-01-120000/file", "x");
     repository.updateLatestLink(set, temp / "Elsewhere/backup-2025-02-01-120000");
     EXPECT_EQ(latestText(), (temp / "Elsewhere/backup-2025-02-01-120000").string());
@@ -358,12 +292,13 @@ TEST_F(BackupRepositoryTest, UpdateLatestLinkIsRelativeInsideTheSetAndAbsoluteOu
 // ---- resolving and repairing latest ---------------------------------------------------------
 
 TEST_F(BackupRepositoryTest, PreviousVersionIsOnlyAFolderNamedBackupDirectlyInTheSet) {
+    EXPECT_FALSE(BackupRepository::resolvePreviousVersion(set).has_value());
     const fs::path version = makeVersion("2025-01-01-120000");
     writeFile(temp / "Other/backup-2025-01-01-120000/file", "x");
     writeFile(set / "backup-file", "a file");
     fs::create_directories(set / "snapshot");
     fs::create_directory_symlink(temp / "Other/backup-2025-01-01-120000", set / "backup-link");
-    const std::vector<std::pair<std::string, bool>> linkToExpectation = {
+    const std::vector<std::pair<std::string, bool>> linkToFound = {
         {"backup-2025-01-01-120000", true},
         {version.string(), true},
         {"./backup-2025-01-01-120000/", true},
@@ -373,148 +308,121 @@ TEST_F(BackupRepositoryTest, PreviousVersionIsOnlyAFolderNamedBackupDirectlyInTh
         {"backup-file", false},
         {"snapshot", false},
         {"backup-link", false},
-        {"/", false},
     };
-    for (const auto& [text, found] : linkToExpectation) {
-        SCOPED_TRACE(text);
-        fs::remove(set / "latest");
-        fs::create_symlink(text, set / "latest");
+    for (const auto& [text, found] : linkToFound) {
+        pointLatestAt(text);
         const auto previous = BackupRepository::resolvePreviousVersion(set);
-        EXPECT_EQ(previous.has_value(), found);
-        if (found && previous) {
-            EXPECT_EQ(*previous, fs::canonical(version));
-        }
+        EXPECT_EQ(previous, found ? std::optional(fs::canonical(version)) : std::nullopt) << text;
     }
-    fs::remove(set / "latest");
-    EXPECT_FALSE(BackupRepository::resolvePreviousVersion(set).has_value());
-    EXPECT_FALSE(BackupRepository::resolvePreviousVersion(temp / "missing").has_value());
 }
 
-TEST_F(BackupRepositoryTest, RepairPointsADanglingLatestAtTheNewestVersion) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-03-01-120000");
-    makeVersion("2025-02-01-120000");
-    fs::create_symlink("backup-2024-12-31-120000", set / "latest");
-    repository.repairLatestLink(set);
-    EXPECT_EQ(latestText(), "backup-2025-03-01-120000");
-}
-
-TEST_F(BackupRepositoryTest, RepairLeavesAWorkingOrMissingLatestAlone) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-03-01-120000");
-    repository.repairLatestLink(set);
-    EXPECT_FALSE(fs::exists(fs::symlink_status(set / "latest")));
-    fs::create_symlink("backup-2025-01-01-120000", set / "latest");
-    repository.repairLatestLink(set);
-    EXPECT_EQ(latestText(), "backup-2025-01-01-120000");
-}
-
-TEST_F(BackupRepositoryTest, RepairDeletesADanglingLatestWhenNoVersionIsLeft) {
-    fs::create_directories(set);
-    fs::create_symlink("backup-2025-01-01-120000", set / "latest");
-    repository.repairLatestLink(set);
-    EXPECT_FALSE(fs::exists(fs::symlink_status(set / "latest")));
+TEST_F(BackupRepositoryTest, RepairPointsOnlyADanglingLatestAtTheNewestVersion) {
+    struct Case {
+        Names versions;
+        std::optional<std::string> latest, repaired;
+    };
+    const std::vector<Case> cases = {
+        {{"2025-01-01-120000", "2025-03-01-120000", "2025-02-01-120000"},
+         "backup-2024-12-31-120000",
+         "backup-2025-03-01-120000"},
+        {{"2025-01-01-120000", "2025-03-01-120000"}, "backup-2025-01-01-120000", "backup-2025-01-01-120000"},
+        {{"2025-01-01-120000"}, std::nullopt, std::nullopt},
+        {{}, "backup-2025-01-01-120000", std::nullopt},
+    };
+    for (const auto& [versions, latest, repaired] : cases) {
+        fs::remove_all(set);
+        fs::create_directories(set);
+        for (const auto& stamp : versions) makeVersion(stamp);
+        if (latest) pointLatestAt(*latest);
+        repository.repairLatestLink(set);
+        EXPECT_EQ(latestExists() ? std::optional(latestText()) : std::nullopt, repaired)
+            << latest.value_or("");
+    }
 }
 
 // ---- rotation -------------------------------------------------------------------------------
 
-TEST_F(BackupRepositoryTest, RotationKeepsAtLeastTheNewestVersion) {
-    const std::vector<std::pair<int, std::vector<std::string>>> keepCountToRemaining = {
-        {-1, {"backup-2025-03-01-120000"}},
-        {0, {"backup-2025-03-01-120000"}},
-        {1, {"backup-2025-03-01-120000"}},
-        {2, {"backup-2025-03-01-120000", "backup-2025-02-01-120000"}},
+TEST_F(BackupRepositoryTest, RotationKeepsTheNewestUnparsableLastAndRepairsLatest) {
+    struct Case {
+        int keepCount;
+        Names remaining;
+        std::string latest;
     };
-    for (const auto& [keepCount, remaining] : keepCountToRemaining) {
+    const std::string v1 = "backup-2025-01-01-120000", v2 = "backup-2025-02-01-120000",
+                      v3 = "backup-2025-03-01-120000", copy = "backup-copy";
+    const std::vector<Case> cases = {
+        {-1, {v3}, v3},
+        {0, {v3}, v3},
+        {1, {v3}, v3},
+        {2, {v3, v2}, v2},
+        {3, {v3, v2, v1}, v2},
+        {4, {v3, v2, v1, copy}, v2},
+        {9, {v3, v2, v1, copy}, v2},
+    };
+    for (const auto& [keepCount, remaining, latest] : cases) {
         SCOPED_TRACE(keepCount);
         fs::remove_all(set);
-        for (const char* stamp : {"2025-02-01-120000", "2025-03-01-120000", "2025-01-01-120000"})
+        for (const char* stamp : {"2025-02-01-120000", "copy", "2025-03-01-120000", "2025-01-01-120000"})
             makeVersion(stamp);
-        fs::create_symlink("backup-2025-03-01-120000", set / "latest");
+        pointLatestAt(v2);
         const int before = changeNotifications;
         repository.rotate(set, keepCount, {});
         EXPECT_EQ(versionNames(), remaining);
-        EXPECT_EQ(latestText(), "backup-2025-03-01-120000");
+        EXPECT_EQ(latestText(), latest);
         EXPECT_TRUE(hiddenEntries(".deleting-").empty());
-        EXPECT_EQ(changeNotifications, before + 1);
+        EXPECT_EQ(changeNotifications, before + (remaining.size() < 4 ? 1 : 0));
     }
-}
-
-TEST_F(BackupRepositoryTest, RotationWithNothingToRemoveChangesNothingAndIsSilent) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-02-01-120000");
-    repository.rotate(set, 2, {});
-    repository.rotate(set, 5, {});
-    EXPECT_EQ(repository.versionCount(set), 2);
-    EXPECT_EQ(changeNotifications, 0);
-}
-
-TEST_F(BackupRepositoryTest, RotationRemovesUnparsableNamesFirst) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("copy");
-    makeVersion("2025-02-01-120000");
-    repository.rotate(set, 2, {});
-    EXPECT_EQ(versionNames(),
-              (std::vector<std::string>{"backup-2025-02-01-120000", "backup-2025-01-01-120000"}));
-}
-
-TEST_F(BackupRepositoryTest, RotationRepairsALatestThatNamedARemovedVersion) {
-    makeVersion("2025-01-01-120000");
-    makeVersion("2025-02-01-120000");
-    fs::create_symlink("backup-2025-01-01-120000", set / "latest");
-    repository.rotate(set, 1, {});
-    EXPECT_EQ(latestText(), "backup-2025-02-01-120000");
-}
-
-TEST_F(BackupRepositoryTest, CancelledRotationRemovesNothing) {
-    for (const char* stamp : {"2025-01-01-120000", "2025-02-01-120000", "2025-03-01-120000"})
-        makeVersion(stamp);
-    EXPECT_THROW(repository.rotate(set, 1, cancelledToken()), Cancelled);
-    EXPECT_EQ(repository.versionCount(set), 3);
-    EXPECT_TRUE(hiddenEntries(".deleting-").empty());
 }
 
 TEST_F(BackupRepositoryTest, InterruptedRotationLeavesAHiddenDeletingFolderNeverATruncatedVersion) {
     const fs::path oldest = makeVersion("2025-01-01-120000");
     writeFile(oldest / "Songs/b.m8s", "second song");
     makeVersion("2025-02-01-120000");
-    const fs::path stuck = oldest / "Songs/a.m8s";
     std::optional<ImmutableFlag> frozen;
-    frozen.emplace(stuck);
+    frozen.emplace(oldest / "Songs/a.m8s");
     if (!frozen->applied()) GTEST_SKIP() << "this file system cannot make a file immutable";
 
     EXPECT_THROW(repository.rotate(set, 1, {}), PosixError);
     EXPECT_EQ(changeNotifications, 1);
-    EXPECT_EQ(versionNames(), std::vector<std::string>{"backup-2025-02-01-120000"});
+    EXPECT_EQ(versionNames(), Names{"backup-2025-02-01-120000"});
     const auto leftovers = hiddenEntries(".deleting-");
     ASSERT_EQ(leftovers.size(), 1u);
     EXPECT_EQ(readFile(set / leftovers[0] / "Songs/a.m8s"), "song");
 
     frozen.reset();
-    const auto removed = repository.removeIncomplete(set, Clock::now(), {});
-    EXPECT_EQ(removed, std::vector<fs::path>{set / leftovers[0]});
+    EXPECT_EQ(repository.removeIncomplete(set, Clock::now(), {}), std::vector<fs::path>{set / leftovers[0]});
     EXPECT_TRUE(hiddenEntries(".deleting-").empty());
+}
+
+TEST_F(BackupRepositoryTest, CancelledOperationsChangeNothing) {
+    for (const char* stamp : {"2025-01-01-120000", "2025-02-01-120000", "2025-03-01-120000"})
+        makeVersion(stamp);
+    writeFile(set / ".deleting-1/file", "x");
+    const fs::path staging = makeStaging();
+    EXPECT_THROW(repository.publishStaging(staging, set, at("2025-06-01-101500"), cancelledToken()),
+                 Cancelled);
+    EXPECT_THROW(repository.rotate(set, 1, cancelledToken()), Cancelled);
+    EXPECT_THROW(repository.removeIncomplete(set, Clock::now() + 48h, cancelledToken()), Cancelled);
+    EXPECT_TRUE(fs::is_directory(staging));
+    EXPECT_EQ(repository.versionCount(set), 3);
+    EXPECT_EQ(hiddenEntries(".deleting-"), Names{".deleting-1"});
 }
 
 // ---- clearing remains of earlier runs -------------------------------------------------------
 
-TEST_F(BackupRepositoryTest, RemoveIncompleteOfAMissingSetRemovesNothing) {
-    EXPECT_TRUE(repository.removeIncomplete(set, Clock::now(), {}).empty());
-}
-
 TEST_F(BackupRepositoryTest, UnmarkedStagingIsRemovedOnlyAfterTheGracePeriod) {
+    EXPECT_TRUE(repository.removeIncomplete(set, Clock::now(), {}).empty());
     const fs::path staging = makeStaging();
     EXPECT_TRUE(repository.removeIncomplete(set, Clock::now() + 1h, {}).empty());
-    EXPECT_TRUE(fs::is_directory(staging));
     EXPECT_TRUE(repository.removeIncomplete(set, Clock::now() + 2h, {}, 3h).empty());
+    EXPECT_TRUE(fs::is_directory(staging));
     EXPECT_EQ(repository.removeIncomplete(set, Clock::now() + 25h, {}), std::vector<fs::path>{staging});
     EXPECT_FALSE(fs::exists(staging));
 }
 
 TEST_F(BackupRepositoryTest, OnlyTheNewestFailedStagingIsKeptAndOnlyForTheGracePeriod) {
     // Named so that the newer one is listed first: creation, not order, decides.
-    const fs::path older = set / ".incomplete-B";
-    const fs::path newer = set / ".incomplete-A";
+    const fs::path older = set / ".incomplete-B", newer = set / ".incomplete-A";
     writeFile(older / "failure.txt", "Incomplete backup. Not a restore source.\nfirst\n");
     const auto olderCreated = creationTime(older);
     ASSERT_TRUE(olderCreated.has_value());
@@ -527,14 +435,11 @@ TEST_F(BackupRepositoryTest, OnlyTheNewestFailedStagingIsKeptAndOnlyForTheGraceP
     EXPECT_TRUE(fs::is_directory(newer));
     EXPECT_TRUE(fs::is_directory(unmarked));
     EXPECT_TRUE(repository.removeIncomplete(set, Clock::now(), {}).empty());
-
-    const auto removed = repository.removeIncomplete(set, Clock::now() + 25h, {});
-    EXPECT_EQ(removed.size(), 2u);
-    EXPECT_FALSE(fs::exists(newer));
-    EXPECT_FALSE(fs::exists(unmarked));
+    EXPECT_EQ(repository.removeIncomplete(set, Clock::now() + 25h, {}).size(), 2u);
+    EXPECT_FALSE(fs::exists(newer) || fs::exists(unmarked));
 }
 
-TEST_F(BackupRepositoryTest, DeletingFoldersAreRemovedAndCountedButLinksAreNotFollowed) {
+TEST_F(BackupRepositoryTest, DeletingFoldersAreRemovedButLinksAreNotFollowed) {
     writeFile(set / ".deleting-1/Songs/a.m8s", "x");
     writeFile(set / ".deleting-2/file", "x");
     writeFile(temp / "outside/precious", "keep");
@@ -542,20 +447,12 @@ TEST_F(BackupRepositoryTest, DeletingFoldersAreRemovedAndCountedButLinksAreNotFo
     fs::create_directory_symlink(temp / "outside", set / ".incomplete-link");
     const fs::path version = makeVersion("2025-01-01-120000");
 
-    const auto removed = repository.removeIncomplete(set, Clock::now() + 48h, {});
-    EXPECT_EQ(removed, (std::vector<fs::path>{set / ".deleting-1", set / ".deleting-2"}));
+    EXPECT_EQ(repository.removeIncomplete(set, Clock::now() + 48h, {}),
+              (std::vector<fs::path>{set / ".deleting-1", set / ".deleting-2"}));
     EXPECT_EQ(readFile(temp / "outside/precious"), "keep");
     EXPECT_TRUE(fs::is_symlink(set / ".deleting-link"));
     EXPECT_TRUE(fs::is_directory(version));
 }
-
-TEST_F(BackupRepositoryTest, CancelledRemoveIncompleteRemovesNothing) {
-    writeFile(set / ".deleting-1/file", "x");
-    EXPECT_THROW(repository.removeIncomplete(set, Clock::now() + 48h, cancelledToken()), Cancelled);
-    EXPECT_TRUE(fs::is_directory(set / ".deleting-1"));
-}
-
-// ---- one store, one writer at a time --------------------------------------------------------
 
 TEST_F(BackupRepositoryTest, InstancesForTheSameBaseFolderWaitForEachOther) {
     BackupRepository sameBase(base / "", center);
@@ -586,14 +483,12 @@ TEST_F(BackupRepositoryTest, SizesRoundTripAndUnreadableCachesAreEmpty) {
     BackupRepository::saveSizes(set, sizes);
     EXPECT_EQ(BackupRepository::loadSizes(set), sizes);
     EXPECT_TRUE(BackupRepository::loadSizes(temp / "missing").empty());
-
     for (const char* content : {"not json", "[1, 2]", "{\"backup-x\": \"big\"}"}) {
         writeFile(set / ".tapekeep-sizes.json", content);
         EXPECT_TRUE(BackupRepository::loadSizes(set).empty()) << content;
     }
     fs::remove(set / ".tapekeep-sizes.json");
     fs::create_directory(set / ".tapekeep-sizes.json");
-    EXPECT_TRUE(BackupRepository::loadSizes(set).empty());
     EXPECT_THROW(BackupRepository::saveSizes(set, sizes), PosixError);
 }
 
@@ -614,40 +509,31 @@ TEST_F(BackupRepositoryTest, NotesAreTrimmedOnSaveAndDeletedWhenEmpty) {
     EXPECT_EQ(BackupRepository::readNote(version), "");
     EXPECT_EQ(BackupRepository::saveNote(version, " \n\tBefore the gig\u00a0\u2028\n"), std::nullopt);
     EXPECT_EQ(readFile(version / ".tapekeep-note"), "Before the gig");
-    EXPECT_EQ(BackupRepository::readNote(version), "Before the gig");
     EXPECT_EQ(BackupRepository::saveNote(version, "Zweite Zeile\nnächste"), std::nullopt);
     EXPECT_EQ(BackupRepository::readNote(version), "Zweite Zeile\nnächste");
-
     EXPECT_EQ(BackupRepository::saveNote(version, " \u3000\n"), std::nullopt);
     EXPECT_FALSE(fs::exists(version / ".tapekeep-note"));
     EXPECT_EQ(BackupRepository::saveNote(version, ""), std::nullopt) << "deleting no note is no failure";
 }
 
-TEST_F(BackupRepositoryTest, UnreadableNotesReadAsEmpty) {
+TEST_F(BackupRepositoryTest, UnreadableNotesReadAsEmptyAndFailuresAreReturnedAsText) {
     const fs::path version = makeVersion("2025-01-01-120000");
-    writeFile(version / ".tapekeep-note", "bad \xff\xfe bytes");
+    const fs::path note = version / ".tapekeep-note";
+    writeFile(note, "bad \xff\xfe bytes");
     EXPECT_EQ(BackupRepository::readNote(version), "");
-    fs::remove(version / ".tapekeep-note");
+    fs::remove(note);
     writeFile(temp / "outside-note", "not this version's");
-    fs::create_symlink(temp / "outside-note", version / ".tapekeep-note");
+    fs::create_symlink(temp / "outside-note", note);
     EXPECT_EQ(BackupRepository::readNote(version), "");
-    fs::remove(version / ".tapekeep-note");
-    fs::create_directory(version / ".tapekeep-note");
-    EXPECT_EQ(BackupRepository::readNote(version), "");
-}
+    fs::remove(note);
 
-TEST_F(BackupRepositoryTest, NoteFailuresAreReturnedAsText) {
     const auto saved = BackupRepository::saveNote(set / "backup-missing", "note");
     ASSERT_TRUE(saved.has_value());
     EXPECT_TRUE(saved->starts_with("Could not save note: ")) << *saved;
-    EXPECT_NE(saved->find(errnoText(ENOENT)), std::string::npos) << *saved;
-
-    const fs::path version = makeVersion("2025-01-01-120000");
-    writeFile(version / ".tapekeep-note/blocker", "a folder in the note's place");
-    const auto deleted = BackupRepository::saveNote(version, "  ");
-    ASSERT_TRUE(deleted.has_value());
-    EXPECT_EQ(*deleted, "Could not delete note: " + (version / ".tapekeep-note").string() + ": " +
-                            errnoText(ENOTEMPTY));
+    writeFile(note / "blocker", "a folder in the note's place");
+    EXPECT_EQ(BackupRepository::readNote(version), "");
+    EXPECT_EQ(BackupRepository::saveNote(version, "  "),
+              "Could not delete note: " + note.string() + ": " + errnoText(ENOTEMPTY));
 }
 
 }  // namespace
