@@ -49,7 +49,7 @@ std::vector<fs::path> filesWithExtension(const fs::path& folder, const std::stri
 }
 
 bool hasM8Header(const std::string& bytes) {
-    return bytes.size() > 14 && bytes.compare(0, 10, std::string("M8VERSION\0", 10)) == 0;
+    return bytes.starts_with(std::string("M8VERSION\0", 10));
 }
 
 // The sampler slots of a song: slot number to sample path.
@@ -65,56 +65,34 @@ std::map<int, std::string> samplerSlots(const std::string& song) {
 
 class DemoCardTest : public ::testing::Test {
 protected:
+    bool buildFolderLeft() const {
+        for (const auto& entry : fs::directory_iterator(root))
+            if (entry.path().filename().string().starts_with(".M8DEMO-building-")) return true;
+        return false;
+    }
+
     TempDir temp;
     fs::path root = temp / "demo";
     fs::path card = root / "M8DEMO";
 };
 
-TEST_F(DemoCardTest, CreatesACardThatPassesTheM8MarkerTest) {
+TEST_F(DemoCardTest, IsCreatedOnceAndAnExistingCardIsNeverTouched) {
     DemoCard::ensureCreated(root);
-
     EXPECT_EQ(DemoCard::cardFolder(root), card);
     EXPECT_TRUE(fs::is_regular_file(card / "System/STARTUP.m8s"));
-    EXPECT_TRUE(fs::is_directory(card / "Songs"));
-    EXPECT_TRUE(fs::is_directory(card / "Instruments"));
-    EXPECT_GE(filesWithExtension(card / "Songs", ".m8s").size(), 3u);
-    EXPECT_GE(filesWithExtension(card / "Instruments", ".m8i").size(), 3u);
-    for (const auto& entry : fs::directory_iterator(root))
-        EXPECT_FALSE(entry.path().filename().string().starts_with(".M8DEMO-building-")) << entry.path();
-}
+    EXPECT_TRUE(fs::is_directory(card / "Songs") && fs::is_directory(card / "Instruments"));
+    EXPECT_FALSE(buildFolderLeft());
 
-TEST_F(DemoCardTest, SecondCallLeavesTheUsersChangesAlone) {
-    DemoCard::ensureCreated(root);
     writeFile(card / "Songs/FIRSTSTEPS.m8s", "edited by the user");
     fs::remove(card / "Samples/Drums/kick.wav");
-    writeFile(card / "Songs/MINE.m8s", "new song");
-
     DemoCard::ensureCreated(root);
-
     EXPECT_EQ(readFile(card / "Songs/FIRSTSTEPS.m8s"), "edited by the user");
     EXPECT_FALSE(fs::exists(card / "Samples/Drums/kick.wav"));
-    EXPECT_EQ(readFile(card / "Songs/MINE.m8s"), "new song");
-}
 
-TEST_F(DemoCardTest, AnExistingCardFolderIsNeverFilled) {
+    fs::remove_all(card);
     fs::create_directories(card);
     DemoCard::ensureCreated(root);
     EXPECT_TRUE(fs::is_empty(card));
-}
-
-TEST_F(DemoCardTest, LeftoverOfAnInterruptedCreationIsRemovedAndTheCardBuiltWhole) {
-    writeFile(root / ".M8DEMO-building-0000/Songs/HALF.m8s", "cut short");
-
-    DemoCard::ensureCreated(root);
-
-    EXPECT_FALSE(fs::exists(root / ".M8DEMO-building-0000"));
-    EXPECT_FALSE(fs::exists(card / "Songs/HALF.m8s"));
-    EXPECT_TRUE(fs::is_regular_file(card / "System/STARTUP.m8s"));
-}
-
-TEST_F(DemoCardTest, DemoRootThatIsAFileFailsWithPosixError) {
-    writeFile(root, "not a folder");
-    EXPECT_THROW(DemoCard::ensureCreated(root), PosixError);
 }
 
 // Files larger than the limit fail with EFBIG, even for root: a disk that fills up mid-creation.
@@ -139,42 +117,47 @@ private:
     void (*previousHandler_)(int) = nullptr;
 };
 
-TEST_F(DemoCardTest, CreationCutShortLeavesNeitherCardNorBuildFolder) {
+TEST_F(DemoCardTest, CreationCutShortLeavesNoHalfCardAndALeftoverIsReplacedWhole) {
     {
         FileSizeLimit limit(20'000);
         EXPECT_THROW(DemoCard::ensureCreated(root), PosixError);
     }
     EXPECT_FALSE(fs::exists(card));
-    for (const auto& entry : fs::directory_iterator(root))
-        EXPECT_FALSE(entry.path().filename().string().starts_with(".M8DEMO-building-")) << entry.path();
+    EXPECT_FALSE(buildFolderLeft());
 
+    writeFile(root / ".M8DEMO-building-0000/Songs/HALF.m8s", "cut short");
     DemoCard::ensureCreated(root);
+    EXPECT_FALSE(buildFolderLeft());
+    EXPECT_FALSE(fs::exists(card / "Songs/HALF.m8s"));
     EXPECT_TRUE(fs::is_regular_file(card / "System/STARTUP.m8s"));
+
+    writeFile(temp / "file-root", "not a folder");
+    EXPECT_THROW(DemoCard::ensureCreated(temp / "file-root"), PosixError);
 }
 
-TEST_F(DemoCardTest, SamplesAreValidPcmWaveFilesInSubfolders) {
+TEST_F(DemoCardTest, SamplesAreAudiblePcmWaveFilesInSubfolders) {
     DemoCard::ensureCreated(root);
     auto samples = filesWithExtension(card / "Samples", ".wav");
     ASSERT_GE(samples.size(), 18u);
-
     std::set<fs::path> folders;
     for (const auto& file : samples) {
         SCOPED_TRACE(file.string());
         folders.insert(file.parent_path());
-        std::string bytes = readFile(file);
+        const std::string bytes = readFile(file);
         ASSERT_GE(bytes.size(), 1000u);
         EXPECT_LE(bytes.size(), 120'000u);
-        EXPECT_EQ(bytes.substr(0, 4), "RIFF");
-        EXPECT_EQ(littleEndian(bytes, 4, 4), bytes.size() - 8);
-        EXPECT_EQ(bytes.substr(8, 8), "WAVEfmt ");
-        EXPECT_EQ(littleEndian(bytes, 16, 4), 16u);     // format chunk size
-        EXPECT_EQ(littleEndian(bytes, 20, 2), 1u);      // PCM
-        EXPECT_EQ(littleEndian(bytes, 22, 2), 1u);      // mono
-        EXPECT_EQ(littleEndian(bytes, 24, 4), 44100u);  // frames per second
-        EXPECT_EQ(littleEndian(bytes, 28, 4), 88200u);  // bytes per second
-        EXPECT_EQ(littleEndian(bytes, 34, 2), 16u);     // bits per sample
-        EXPECT_EQ(bytes.substr(36, 4), "data");
-        EXPECT_EQ(littleEndian(bytes, 40, 4), bytes.size() - 44);
+        EXPECT_EQ(bytes.substr(0, 4) + bytes.substr(8, 8) + bytes.substr(36, 4), "RIFFWAVEfmt data");
+        // Chunk sizes, then PCM, mono, 44,100 frames and 88,200 bytes a second, 16 bits.
+        const std::vector<std::tuple<std::size_t, int, std::uint32_t>> fields{{4, 4, bytes.size() - 8},
+                                                                              {40, 4, bytes.size() - 44},
+                                                                              {16, 4, 16},
+                                                                              {20, 2, 1},
+                                                                              {22, 2, 1},
+                                                                              {24, 4, 44100},
+                                                                              {28, 4, 88200},
+                                                                              {34, 2, 16}};
+        for (const auto& [offset, width, value] : fields)
+            EXPECT_EQ(littleEndian(bytes, offset, width), value) << offset;
         int loudest = 0;
         for (std::size_t offset = 44; offset + 1 < bytes.size(); offset += 2)
             loudest = std::max(loudest, std::abs(static_cast<std::int16_t>(littleEndian(bytes, offset, 2))));
@@ -184,92 +167,67 @@ TEST_F(DemoCardTest, SamplesAreValidPcmWaveFilesInSubfolders) {
     EXPECT_TRUE(folders.contains(card / "Samples/Drums/Perc"));
 }
 
-TEST_F(DemoCardTest, SongsFollowTheDeviceLayout) {
+TEST_F(DemoCardTest, SongsAndInstrumentsFollowTheDeviceLayoutAndReferenceSamplesOnTheCard) {
     DemoCard::ensureCreated(root);
-    auto songs = filesWithExtension(card, ".m8s");
+    std::set<std::string> referenced;
+    const auto songs = filesWithExtension(card, ".m8s");
     ASSERT_GE(songs.size(), 4u);
-
     for (const auto& file : songs) {
         SCOPED_TRACE(file.string());
-        std::string bytes = readFile(file);
+        const std::string bytes = readFile(file);
         ASSERT_TRUE(hasM8Header(bytes));
         EXPECT_EQ(static_cast<unsigned char>(bytes[11]), 4u);  // firmware 4: stride 215, path at 87
         ASSERT_GE(bytes.size(), instrumentTable + 128 * stride);
-        float tempo = std::bit_cast<float>(littleEndian(bytes, 143, 4));
-        EXPECT_GE(tempo, 20.0F);
-        EXPECT_LE(tempo, 300.0F);
-        auto folder = "/" + fs::relative(file.parent_path(), card).generic_string() + "/";
-        EXPECT_EQ(textField(bytes, 14, 128), folder);
+        const float tempo = std::bit_cast<float>(littleEndian(bytes, 143, 4));
+        EXPECT_TRUE(tempo >= 20.0F && tempo <= 300.0F) << tempo;
+        EXPECT_EQ(textField(bytes, 14, 128),
+                  "/" + fs::relative(file.parent_path(), card).generic_string() + "/");
         EXPECT_EQ(textField(bytes, 148, 12), file.stem().string());
+        for (const auto& [slot, path] : samplerSlots(bytes)) referenced.insert(path);
     }
-}
+    const std::string firstSteps = readFile(card / "Songs/FIRSTSTEPS.m8s");
+    EXPECT_EQ(std::bit_cast<float>(littleEndian(firstSteps, 143, 4)), 120.0F);
+    EXPECT_EQ(samplerSlots(firstSteps)[2], "/Samples/Drums/hat closed.wav");
+    EXPECT_EQ(samplerSlots(readFile(card / "Songs/Sketches/BROKENBEAT.m8s"))[6],
+              "/Samples/Drums/Perc/shaker.wav");
 
-TEST_F(DemoCardTest, SongsReferenceSamplesThatExistOnTheCard) {
-    DemoCard::ensureCreated(root);
-    struct Expected {
-        const char* song;
-        float tempo;
-        int slot;
-        const char* samplePath;
-    };
-    const Expected cases[] = {
-        {"Songs/FIRSTSTEPS.m8s", 120.0F, 0, "/Samples/Drums/kick.wav"},
-        {"Songs/FIRSTSTEPS.m8s", 120.0F, 2, "/Samples/Drums/hat closed.wav"},
-        {"Songs/Sketches/BROKENBEAT.m8s", 172.0F, 6, "/Samples/Drums/Perc/shaker.wav"},
-    };
-    for (const auto& expected : cases) {
-        std::string bytes = readFile(card / expected.song);
-        EXPECT_EQ(std::bit_cast<float>(littleEndian(bytes, 143, 4)), expected.tempo) << expected.song;
-        EXPECT_EQ(samplerSlots(bytes)[expected.slot], expected.samplePath) << expected.song;
+    const auto instruments = filesWithExtension(card / "Instruments", ".m8i");
+    ASSERT_GE(instruments.size(), 3u);
+    const std::size_t fromSongs = referenced.size();
+    int samplers = 0;
+    for (const auto& file : instruments) {
+        const std::string bytes = readFile(file);
+        ASSERT_TRUE(hasM8Header(bytes)) << file;
+        EXPECT_EQ(textField(bytes, 15, 12), file.stem().string());
+        if (bytes.at(14) != 2) continue;
+        ++samplers;
+        referenced.insert(textField(bytes, 14 + samplePathOffset, 128));
     }
-
-    std::set<std::string> referenced;
-    for (const auto& file : filesWithExtension(card / "Songs", ".m8s"))
-        for (const auto& [slot, path] : samplerSlots(readFile(file))) referenced.insert(path);
-    EXPECT_GE(referenced.size(), 10u);
+    EXPECT_GE(fromSongs, 10u);
+    EXPECT_GE(samplers, 2);
     for (const auto& path : referenced) {
         ASSERT_TRUE(path.starts_with("/Samples/")) << path;
         EXPECT_TRUE(fs::is_regular_file(card / path.substr(1))) << path;
     }
 }
 
-TEST_F(DemoCardTest, InstrumentFilesCarryTheirSamplePath) {
-    DemoCard::ensureCreated(root);
-    int samplers = 0;
-    for (const auto& file : filesWithExtension(card / "Instruments", ".m8i")) {
-        SCOPED_TRACE(file.string());
-        std::string bytes = readFile(file);
-        ASSERT_TRUE(hasM8Header(bytes));
-        EXPECT_EQ(textField(bytes, 15, 12), file.stem().string());
-        if (bytes.at(14) != 2) continue;
-        ++samplers;
-        std::string path = textField(bytes, 14 + samplePathOffset, 128);
-        EXPECT_TRUE(fs::is_regular_file(card / path.substr(1))) << path;
-    }
-    EXPECT_GE(samplers, 2);
-}
-
-TEST_F(DemoCardTest, ProvidersReportOnlyTheDemoCardAsAnExternalDisk) {
-    auto volumes = DemoCard::volumesProvider(root)();
-    EXPECT_EQ(volumes, std::vector<fs::path>{card});
-
-    auto diskInfo = DemoCard::diskInfoProvider();
+TEST_F(DemoCardTest, LivesUnderTheUsersDataFolderAndIsTheOnlyExternalDiskOfItsProviders) {
+    EXPECT_EQ(DemoCard::volumesProvider(root)(), std::vector<fs::path>{card});
+    const auto diskInfo = DemoCard::diskInfoProvider();
     EXPECT_EQ(diskInfo(card, {}), (DiskInfo{DemoCard::uuid, false}));
     EXPECT_EQ(diskInfo(card / "", {}), (DiskInfo{DemoCard::uuid, false}));
     EXPECT_EQ(diskInfo("/media/user/OTHER", {}).uuid, "");
-}
 
-TEST(DemoCardFolders, LiveUnderTheUsersDataFolder) {
-    TempDir data;
     const char* saved = std::getenv("XDG_DATA_HOME");
-    std::string previous = saved ? saved : "";
-    ::setenv("XDG_DATA_HOME", data.path().c_str(), 1);
-
-    EXPECT_EQ(DemoCard::demoRoot(), data.path() / "tapekeep" / "demo");
-    EXPECT_EQ(DemoCard::baseFolder(DemoCard::demoRoot()), data.path() / "tapekeep" / "demo" / "backups");
-
-    if (saved) ::setenv("XDG_DATA_HOME", previous.c_str(), 1);
-    else ::unsetenv("XDG_DATA_HOME");
+    const std::string previous = saved ? saved : "";
+    ::setenv("XDG_DATA_HOME", temp.path().c_str(), 1);
+    EXPECT_EQ(DemoCard::demoRoot(), temp / "tapekeep/demo");
+    EXPECT_EQ(DemoCard::baseFolder(DemoCard::demoRoot()), temp / "tapekeep/demo/backups");
+    if (saved) {
+        ::setenv("XDG_DATA_HOME", previous.c_str(), 1);
+    } else {
+        ::unsetenv("XDG_DATA_HOME");
+    }
 }
 
 }  // namespace
