@@ -10,51 +10,36 @@
 namespace tapekeep {
 namespace {
 
-struct FormatCase {
-    std::int64_t value;
-    std::string expected;
-};
+using Cases = std::vector<std::pair<std::int64_t, std::string>>;
 
 TEST(FormattingTest, ByteCountsReadAsAFileBrowserWordsThem) {
-    const std::vector<FormatCase> cases{
+    const Cases cases{
         {0, "Zero KB"},
         {1, "1 byte"},
-        {2, "2 bytes"},
         {999, "999 bytes"},
         {1000, "1 KB"},
         {1500, "2 KB"},
-        {12'345, "12 KB"},
         {999'499, "999 KB"},
-        {999'500, "1 MB"},  // would otherwise read "1000 KB"
-        {1'000'000, "1 MB"},
+        {999'500, "1 MB"},
         {1'500'000, "1.5 MB"},
         {999'499'999, "999.5 MB"},
-        {2'000'000'000, "2 GB"},
         {2'345'678'901, "2.35 GB"},
-        {2'300'000'000, "2.3 GB"},
         {1'000'000'000'000, "1 TB"},
         {3'210'000'000'000'000, "3.21 PB"},
         {-1, "-1 byte"},
-        {-999, "-999 bytes"},
         {-1'500'000, "-1.5 MB"},
     };
     for (const auto& [bytes, expected] : cases) EXPECT_EQ(formatByteCount(bytes), expected) << bytes;
 }
 
 TEST(FormattingTest, ThousandsSeparatorGroupsByThreeIncludingNegatives) {
-    const std::vector<FormatCase> cases{
+    const Cases cases{
         {0, "0"},
-        {7, "7"},
         {999, "999"},
         {1000, "1,000"},
-        {12'345, "12,345"},
         {123'456, "123,456"},
-        {1'234'567, "1,234,567"},
-        {-1, "-1"},
         {-999, "-999"},
         {-1000, "-1,000"},
-        {-123'456, "-123,456"},
-        {-1'234'567, "-1,234,567"},
         {std::numeric_limits<std::int64_t>::max(), "9,223,372,036,854,775,807"},
         {std::numeric_limits<std::int64_t>::min(), "-9,223,372,036,854,775,808"},
     };

@@ -48,8 +48,7 @@ const char* const zones[] = {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2
                              "NZST-12NZDT,M9.5.0,M4.1.0/3", "<+0530>-5:30"};
 
 TEST(TimestampTest, FolderTimestampRoundTripsInEveryTimeZone) {
-    const std::vector<Clock::time_point> times{utc(2025, 1, 1, 12, 0, 0), utc(2025, 7, 1, 23, 59, 59),
-                                               utc(2024, 2, 29, 0, 0, 0), utc(1999, 12, 31, 23, 59, 59),
+    const std::vector<Clock::time_point> times{utc(2025, 7, 1, 23, 59, 59), utc(2024, 2, 29, 0, 0, 0),
                                                utc(2038, 1, 19, 3, 14, 8)};
     for (const char* zone : zones) {
         TimeZone timeZone(zone);
@@ -73,60 +72,30 @@ TEST(TimestampTest, FolderTimestampIsLocalTime) {
     }
 }
 
-TEST(TimestampTest, FolderTimestampDropsFractionsOfASecond) {
-    TimeZone timeZone("UTC0");
-    EXPECT_EQ(formatFolderTimestamp(utc(2025, 3, 4, 5, 6, 7, 999)), "2025-03-04-050607");
-}
-
 TEST(TimestampTest, InvalidFolderTimestampsAreRefused) {
     TimeZone timeZone("UTC0");
-    const std::vector<std::string> texts{
-        "",
-        "2025-02-30-120000",
-        "2023-02-29-120000",
-        "2025-04-31-000000",
-        "2025-1-01-120000",
-        "2025-01-1-120000",
-        "2025-01-01-12000",
-        "2025-01-01-120000x",
-        "2025-01-01-120000 ",
-        " 2025-01-01-120000",
-        "backup-2025-01-01-120000",
-        "2025-13-01-120000",
-        "2025-00-10-120000",
-        "2025-01-00-120000",
-        "2025-01-32-120000",
-        "2025-01-01-240000",
-        "2025-01-01-126000",
-        "2025/01/01-120000",
-        "2025-01-01T120000",
-        "2025-01-01-12000a",
-        "+025-01-01-120000",
-        "2025-01-01-12:00:",
-    };
-    for (const auto& text : texts) EXPECT_EQ(parseFolderTimestamp(text), std::nullopt) << '"' << text << '"';
+    for (const char* text :
+         {"", "2025-02-30-120000", "2023-02-29-120000", "2025-1-01-120000", "2025-01-01-120000 ",
+          " 2025-01-01-120000", "backup-2025-01-01-120000", "2025-13-01-120000", "2025-00-10-120000",
+          "2025-01-01-240000", "2025-01-01-126000", "2025-01-01T120000", "+025-01-01-120000"})
+        EXPECT_EQ(parseFolderTimestamp(text), std::nullopt) << '"' << text << '"';
     EXPECT_TRUE(parseFolderTimestamp("2024-02-29-120000"));
 }
 
-TEST(TimestampTest, LogTimestampIsUtcWithMilliseconds) {
+TEST(TimestampTest, LogAndIso8601TimestampsAreUtc) {
     TimeZone timeZone("NZST-12NZDT,M9.5.0,M4.1.0/3");
     EXPECT_EQ(formatLogTimestamp(utc(2025, 1, 2, 3, 4, 5, 67)), "20250102-030405-067");
-    EXPECT_EQ(formatLogTimestamp(utc(2025, 12, 31, 23, 59, 59, 999)), "20251231-235959-999");
-    EXPECT_EQ(formatLogTimestamp(utc(2025, 6, 1, 0, 0, 0)), "20250601-000000-000");
     EXPECT_EQ(formatLogTimestamp(utc(2025, 6, 1, 0, 0, 0) + microseconds(1500)), "20250601-000000-001");
+    EXPECT_EQ(formatIso8601Utc(utc(2025, 7, 1, 10, 0, 0, 500)), "2025-07-01T10:00:00Z");
 }
 
-TEST(TimestampTest, InstantsBeforeTheEpochRoundDownToTheirSecond) {
+TEST(TimestampTest, FractionsOfASecondAreDroppedEvenBeforeTheEpoch) {
     TimeZone timeZone("UTC0");
+    EXPECT_EQ(formatFolderTimestamp(utc(2025, 3, 4, 5, 6, 7, 999)), "2025-03-04-050607");
     const auto justBefore = utc(1970, 1, 1, 0, 0, 0) - milliseconds(1);
     EXPECT_EQ(formatLogTimestamp(justBefore), "19691231-235959-999");
     EXPECT_EQ(formatIso8601Utc(justBefore), "1969-12-31T23:59:59Z");
     EXPECT_EQ(formatFolderTimestamp(justBefore), "1969-12-31-235959");
-}
-
-TEST(TimestampTest, Iso8601IsUtc) {
-    TimeZone timeZone("CET-1CEST,M3.5.0,M10.5.0/3");
-    EXPECT_EQ(formatIso8601Utc(utc(2025, 7, 1, 10, 0, 0, 500)), "2025-07-01T10:00:00Z");
 }
 
 }  // namespace
