@@ -7,9 +7,11 @@
 #include "backup/BackupRepository.h"
 #include "backup/LatestLinkFailure.h"
 #include "backup/RotationGuard.h"
+#include "backup/RsyncDiffParser.h"
 #include "backup/RsyncCommands.h"
 #include "backup/RsyncProcess.h"
 #include "backup/RsyncVersion.h"
+#include "backup/SelectiveBackup.h"
 #include "core/AtomicFile.h"
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
@@ -89,7 +91,6 @@ private:
             log("System rsync: using independent copies to preserve backup contents and timestamps.");
         if (partial_ && request_.selectedFolders.empty() && request_.selectedSongs.empty())
             throw BackupOperationError::message("Nothing selected to back up.");
-        requireAvailableStages();
         removeEarlierIncomplete();
     }
 
@@ -105,17 +106,6 @@ private:
         if (!request_.forceFullCopy) linkBase_ = previous_;
         partial_ = request_.selective && linkBase_.has_value();
         if (linkBase_ && rsyncClass_.hasFullFeatures()) linkDest_ = linkBase_;
-    }
-
-    // The selective transfer and the checksum pass come with the content model; until then a request
-    // for either is refused before anything is written, rather than silently backing up something else.
-    void requireAvailableStages() const {
-        if (partial_)
-            throw BackupOperationError::message(
-                "Backing up selected folders or songs is not available in this version. Back up the whole card.");
-        if (request_.verify)
-            throw BackupOperationError::message(
-                "Verification after backup is not available in this version. Turn it off in Settings.");
     }
 
     void removeEarlierIncomplete() {
@@ -137,10 +127,12 @@ private:
         staging_ = repository_.createStaging(setRoot_);
         try {
             estimateAndCheckSpace();
-            transfer();
+            transferAndVerify();
+            removeFileList();
             finishStaging();
             return publish();
         } catch (...) {
+            removeFileList();
             applyFailureRule(std::current_exception());
             throw;
         }
@@ -181,16 +173,109 @@ private:
             throw BackupOperationError::message("Not enough disk space for this backup.");
     }
 
-    void transfer() {
+    // The copy, then (if asked) its check by checksum; a failed check may start over once.
+    void transferAndVerify() {
         throwIfCancelled(token_);
         validate();
+        const int maxAttempts = request_.verify && request_.mismatchAction == "retry" ? 2 : 1;
+        for (int attempt = 1;; ++attempt) {
+            transfer();
+            if (!request_.verify) return;
+            try {
+                verifyCopy();
+                return;
+            } catch (const Cancelled&) {
+                throw;
+            } catch (const std::exception& error) {
+                if (attempt >= maxAttempts) throw BackupOperationError::verification(error.what());
+            }
+            startOver();
+        }
+    }
+
+    void transfer() {
         for (const auto& arguments : transferPlan()) runChecked(arguments, log_);
         report(TransferEvent::transferFinished());
         validate();
     }
 
-    std::vector<std::vector<std::string>> transferPlan() const {
-        return {RsyncCommands::fullBackupArguments(request_.card.mountPath, staging_, linkDest_, canShowProgress_)};
+    std::vector<std::vector<std::string>> transferPlan() {
+        if (!partial_)
+            return {RsyncCommands::fullBackupArguments(request_.card.mountPath, staging_, linkDest_, canShowProgress_)};
+        return selectivePlan();
+    }
+
+    // A selective run still ends as a whole card: staging first becomes an image of the previous
+    // version, and then only what was selected is copied over it.
+    std::vector<std::vector<std::string>> selectivePlan() {
+        log("Creating base snapshot from previous backup…");
+        runChecked(RsyncCommands::baseSnapshotArguments(*linkBase_, staging_, rsyncClass_.hasFullFeatures()), log_);
+        const SelectionResult selection = SelectiveBackup::resolveSelectedFiles(request_);
+        if (!selection.missing.empty()) log(SelectiveBackup::missingSamplesMessage(selection.missing));
+        if (!selection.files.empty()) {
+            for (const auto& file : selection.files) SelectiveBackup::validateRelativePath(file);
+            fileList_ = SelectiveBackup::writeFileList(selection.files);
+        }
+        std::vector<std::vector<std::string>> plan;
+        const fs::path& card = request_.card.mountPath;
+        for (const auto& folder : request_.selectedFolders) SelectiveBackup::prepareSelectionPath(folder, staging_);
+        if (!request_.selectedFolders.empty())
+            plan.push_back(RsyncCommands::folderPassArguments(card, staging_, request_.selectedFolders,
+                                                              canShowProgress_, linkDest_));
+        if (fileList_) {
+            for (const auto& file : selection.files) SelectiveBackup::prepareSelectionPath(file, staging_);
+            plan.push_back(
+                RsyncCommands::fileListPassArguments(card, staging_, *fileList_, canShowProgress_, linkDest_));
+        }
+        return plan;
+    }
+
+    // rsync compares staging with the card by content; any difference, folders included, fails.
+    void verifyCopy() {
+        const fs::path& card = request_.card.mountPath;
+        std::vector<std::vector<std::string>> lists;
+        if (!partial_) lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, std::nullopt));
+        if (partial_ && !request_.selectedFolders.empty())
+            lists.push_back(RsyncCommands::verifyArguments(card, staging_, request_.selectedFolders, std::nullopt));
+        if (fileList_) lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, *fileList_));
+        log("Verifying selected backup content with checksums…");
+        for (const auto& arguments : lists) verifyWith(arguments);
+        log("Verification passed — selected files match.");
+    }
+
+    void verifyWith(const std::vector<std::string>& arguments) {
+        std::vector<std::string> lines;
+        throwIfCancelled(token_);
+        validate();
+        const int status = runRsync_(request_.rsyncPath, arguments, [&](const std::string& line) {
+            lines.push_back(line);
+            log("[verify] " + line);
+        }, token_);
+        throwIfCancelled(token_);
+        if (status != 0) throw BackupOperationError::verification("rsync exit " + std::to_string(status));
+        const auto differences = RsyncDiffParser::parse(lines, rsyncClass_, true);
+        if (!differences.empty())
+            throw BackupOperationError::verification(std::to_string(differences.size()) +
+                                                     " file or folder difference(s)");
+    }
+
+    // The one retry: a fresh, empty staging folder and the transfer from its start. The estimate
+    // and its events are not repeated.
+    void startOver() {
+        removeFileList();
+        throwIfCancelled(token_);
+        validate();
+        log("Retrying backup and verification once…");
+        fs::remove_all(staging_);
+        if (!fs::create_directory(staging_))
+            throw BackupOperationError::message("Could not recreate " + staging_.string() + ".");
+    }
+
+    void removeFileList() {
+        if (!fileList_) return;
+        std::error_code ignored;  // a list left in the temporary folder harms nothing
+        fs::remove(*fileList_, ignored);
+        fileList_.reset();
     }
 
     void finishStaging() {
@@ -296,6 +381,7 @@ private:
     std::optional<fs::path> previous_, linkBase_, linkDest_;
     bool partial_ = false;
     fs::path staging_;
+    std::optional<fs::path> fileList_;
     fs::path publishedVersion_;
     std::vector<std::string> warnings_;
 };

@@ -54,13 +54,36 @@ struct BackupOptions {
     std::optional<fs::path> destination;
     std::optional<int> keep;
     bool noRotate = false;
+    std::vector<std::string> folders;
+    std::vector<std::string> songs;
+    bool verify = false;
+    std::optional<std::string> mismatchAction;
 };
+
+std::vector<std::string> commaSeparated(const std::optional<std::string>& text) {
+    std::vector<std::string> items;
+    if (!text) return items;
+    std::size_t start = 0;
+    while (start <= text->size()) {
+        const std::size_t end = std::min(text->find(',', start), text->size());
+        if (end > start) items.push_back(text->substr(start, end - start));
+        start = end + 1;
+    }
+    return items;
+}
 
 BackupOptions takeOptions(Arguments& arguments) {
     BackupOptions options;
     if (auto destination = arguments.takeValue("--dest")) options.destination = fs::absolute(*destination);
     if (auto keep = arguments.takeValue("--keep")) options.keep = parseCount(*keep, "--keep");
     options.noRotate = arguments.takeFlag("--no-rotate");
+    options.folders = commaSeparated(arguments.takeValue("--folders"));
+    options.songs = commaSeparated(arguments.takeValue("--songs"));
+    options.verify = arguments.takeFlag("--verify");
+    options.mismatchAction = arguments.takeValue("--mismatch");
+    if (options.mismatchAction && *options.mismatchAction != "retry" && *options.mismatchAction != "flag" &&
+        *options.mismatchAction != "abort")
+        throw UsageError("--mismatch takes retry, flag or abort, not \"" + *options.mismatchAction + "\".");
     return options;
 }
 
@@ -68,6 +91,9 @@ BackupOptions takeOptions(Arguments& arguments) {
 BackupRequest requestFor(CliContext& context, const SDCard& card, const BackupOptions& options) {
     BackupChoice choice;
     choice.destinationOverride = options.destination;
+    choice.selectedFolders = options.folders;
+    choice.selectedSongs = options.songs;
+    choice.selective = !options.folders.empty() || !options.songs.empty();
     BackupRequest request = makeBackupRequest(card, context.settings(), choice);
     const fs::path baseFolder = context.baseFolder();
     request.baseURL = options.destination.value_or(baseFolder);
@@ -75,6 +101,8 @@ BackupRequest requestFor(CliContext& context, const SDCard& card, const BackupOp
     request.rsyncPath = context.rsyncPath();
     if (options.keep) request.keepCount = *options.keep;
     if (options.noRotate) request.rotate = false;
+    if (options.verify) request.verify = true;
+    if (options.mismatchAction) request.mismatchAction = *options.mismatchAction;
     return request;
 }
 

@@ -5,10 +5,12 @@
 
 #include <atomic>
 
+#include "M8Files.h"
 #include "TempDir.h"
 #include "backup/BackupOperationError.h"
 #include "backup/BackupRepository.h"
 #include "backup/RotationGuard.h"
+#include "backup/SelectiveBackup.h"
 #include "core/Cancelled.h"
 
 namespace tapekeep {
@@ -275,6 +277,148 @@ TEST_F(BackupOperationTest, RotationGuardKeepsOldVersionsWhenTheCardLostMostFile
         "Backup saved, but it holds far fewer files than the previous one (3 vs 16). Older backups were kept "
         "— check the card.");
     EXPECT_EQ(BackupRepository(base_).listVersions(setRoot()).size(), 2u);
+}
+
+// A card whose songs use samples: selective runs copy a song with exactly the samples it uses.
+class SelectiveBackupTest : public BackupOperationTest {
+protected:
+    void SetUp() override {
+        BackupOperationTest::SetUp();
+        writeFile(card_ / "Songs/intro.m8s", test::songWithSamples({"/Samples/kick.wav", "/Samples/snare.wav"}));
+        writeFile(card_ / "Samples/snare.wav", "snare");
+        writeFile(card_ / "Samples/unused.wav", "unused");
+        previous_ = run().versionURL;
+        events_.clear();
+        environment_.now = [] { return Clock::now() + std::chrono::seconds(5); };
+        request_.selective = true;
+    }
+
+    fs::path previous_;
+};
+
+TEST_F(SelectiveBackupTest, SongsOnlyCopiesTheSongsWithTheirSamplesOverTheWholePreviousVersion) {
+    writeFile(card_ / "Songs/intro.m8s",
+              test::songWithSamples({"/Samples/kick.wav", "/Samples/snare.wav", "/Samples/gone.wav"}));
+    writeFile(card_ / "Samples/snare.wav", "snare, re-recorded");
+    writeFile(card_ / "Samples/unused.wav", "changed, but not selected");
+    request_.selectedSongs = {"Songs/intro.m8s"};
+    request_.verify = true;
+    const auto version = run().versionURL;
+
+    EXPECT_EQ(readFile(version / "Samples/snare.wav"), "snare, re-recorded");
+    EXPECT_EQ(readFile(version / "Samples/unused.wav"), "unused");  // from the snapshot, not the card
+    EXPECT_EQ(readFile(version / "Songs/verse.m8s"), "song two");
+    struct stat a {}, b {};
+    ::stat((previous_ / "Samples/unused.wav").c_str(), &a);
+    ::stat((version / "Samples/unused.wav").c_str(), &b);
+    EXPECT_EQ(a.st_ino, b.st_ino);
+    EXPECT_TRUE(logged("Skipped 1 sample reference(s) that no longer exist on the card: Samples/gone.wav"));
+    EXPECT_TRUE(logged("Verification passed — selected files match."));
+    for (const auto& event : events_) {
+        if (event.kind == TransferEvent::Kind::transferFinished) continue;
+        EXPECT_FALSE(event.value.has_value());
+    }
+}
+
+TEST_F(SelectiveBackupTest, SongsFolderWithoutSamplesCopiesTheFolderAndOnlyReferencedSamples) {
+    fs::remove(card_ / "Songs/verse.m8s");
+    writeFile(card_ / "Samples/snare.wav", "snare, re-recorded");
+    writeFile(card_ / "Samples/unused.wav", "changed, but not selected");
+    request_.selectedFolders = {"Songs"};
+    const auto version = run().versionURL;
+    EXPECT_FALSE(fs::exists(version / "Songs/verse.m8s"));  // left the card, so leaves the folder
+    EXPECT_EQ(readFile(version / "Samples/snare.wav"), "snare, re-recorded");
+    EXPECT_EQ(readFile(version / "Samples/unused.wav"), "unused");
+}
+
+TEST_F(SelectiveBackupTest, UnreadableSongFailsUnlessTheSamplesComeWithTheirFolder) {
+    writeFile(card_ / "Songs/broken.m8s", "not a song");
+    request_.selectedFolders = {"Songs"};
+    try {
+        run();
+        ADD_FAILURE() << "a song whose references are unknown was backed up without its samples";
+    } catch (const BackupOperationError& error) {
+        EXPECT_EQ(error.description(),
+                  "Cannot resolve sample references in Songs/broken.m8s. Use a full backup or include the Samples "
+                  "folder.");
+    }
+    request_.selectedFolders = {"Songs", "Samples"};
+    EXPECT_NO_THROW(run());
+}
+
+TEST_F(SelectiveBackupTest, SelectedFolderBehindASymbolicLinkInTheSnapshotFailsBeforeDeletingAnything) {
+    // The previous version's Samples is a link to a folder outside the store.
+    const fs::path outside = temp_ / "outside";
+    writeFile(outside / "Drums/keep.wav", "must survive");
+    fs::remove_all(previous_ / "Samples");
+    fs::create_directory_symlink(outside, previous_ / "Samples");
+    writeFile(card_ / "Samples/Drums/new.wav", "new");
+    request_.selectedFolders = {"Samples/Drums"};
+    try {
+        run();
+        ADD_FAILURE() << "the pass went through a symbolic link";
+    } catch (const BackupOperationError& error) {
+        EXPECT_EQ(error.description(), "A selected path traverses a symbolic link: Samples/Drums");
+    }
+    EXPECT_EQ(readFile(outside / "Drums/keep.wav"), "must survive");
+    EXPECT_FALSE(fs::exists(outside / "Drums/new.wav"));
+}
+
+// An rsync that damages the copy right after the first transfer pass, as a flaky card reader would.
+BackupOperation::RsyncRunner damagingFirstTransfer(const fs::path& victim, int& transfers) {
+    return [&transfers, victim](const std::string& path, const std::vector<std::string>& arguments,
+                                const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const int status = BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+        const bool transfer = arguments.front() == "-avh";
+        if (transfer && ++transfers == 1) {
+            for (const auto& staging : fs::directory_iterator(victim))
+                if (staging.path().filename().string().starts_with(".incomplete-"))
+                    writeFile(staging.path() / "Samples/kick.wav", "damaged");
+        }
+        return status;
+    };
+}
+
+TEST_F(BackupOperationTest, VerificationRetriesOnceUnderRetryAndKeepsTheDiagnosisUnderFlag) {
+    request_.verify = true;
+    int transfers = 0;
+    request_.mismatchAction = "retry";
+    const auto outcome = run(damagingFirstTransfer(setRoot().parent_path() / "CARD_AAA-BBBB", transfers));
+    EXPECT_EQ(transfers, 2);
+    EXPECT_TRUE(logged("Retrying backup and verification once…"));
+    EXPECT_EQ(readFile(outcome.versionURL / "Samples/kick.wav"), std::string(4096, 'k'));
+
+    transfers = 0;
+    request_.mismatchAction = "flag";
+    environment_.now = [] { return Clock::now() + std::chrono::seconds(5); };
+    try {
+        run(damagingFirstTransfer(setRoot(), transfers));
+        ADD_FAILURE() << "a damaged copy was published";
+    } catch (const BackupOperationError& error) {
+        EXPECT_EQ(error.description(),
+                  "Backup verification failed: Backup verification failed: 1 file or folder difference(s)");
+    }
+    EXPECT_EQ(transfers, 1);
+    ASSERT_EQ(stagingFolders().size(), 1u);
+    EXPECT_TRUE(fs::exists(stagingFolders()[0] / "failure.txt"));
+}
+
+TEST(SelectiveBackupPathsTest, RelativePathsMustStayInsideTheCard) {
+    const std::vector<std::string> bad = {"", "/Songs/a.m8s", "../etc/passwd", "Songs/../../x", "Songs/./a",
+                                          std::string("a\0b", 3)};
+    for (const auto& path : bad)
+        EXPECT_THROW(SelectiveBackup::validateRelativePath(path), BackupOperationError) << path;
+    for (const std::string good : {"Songs/a.m8s", "Songs//a.m8s", "Samples/..wav", "a"})
+        EXPECT_NO_THROW(SelectiveBackup::validateRelativePath(good)) << good;
+}
+
+TEST(SelectiveBackupPathsTest, MissingSamplesNameAtMostFive) {
+    std::vector<std::string> missing = {"a", "b", "c", "d", "e"};
+    EXPECT_EQ(SelectiveBackup::missingSamplesMessage(missing),
+              "Skipped 5 sample reference(s) that no longer exist on the card: a, b, c, d, e");
+    missing.insert(missing.end(), {"f", "g"});
+    EXPECT_EQ(SelectiveBackup::missingSamplesMessage(missing),
+              "Skipped 7 sample reference(s) that no longer exist on the card: a, b, c, d, e…");
 }
 
 TEST(RotationGuardTest, WarnsOnlyBelowHalfOfAtLeastTenFiles) {
