@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <optional>
+#include <unordered_set>
 
 #include "content/BrowseFileError.h"
 #include "content/M8InstrumentError.h"
@@ -100,93 +101,140 @@ std::string lowercasedExtension(const fs::path& path) {
 }
 
 // ---- paths ------------------------------------------------------------------------------------
+// Absolute, slash-separated text; "/" alone is the root.
 
-// Absolute, without "." and ".." components, doubled or trailing slashes. Nothing is resolved.
-fs::path standardized(const fs::path& path) {
+// The components of a path, without empty and "." ones.
+std::vector<std::string_view> componentsOf(std::string_view path) {
+    std::vector<std::string_view> components;
+    while (!path.empty()) {
+        const auto slash = path.find('/');
+        const auto component = path.substr(0, slash);
+        if (!component.empty() && component != ".") components.push_back(component);
+        path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
+    }
+    return components;
+}
+
+// Leaves "" for the root, which the walks below use while they build a path.
+void dropLastComponent(std::string& path) {
+    const auto slash = path.rfind('/');
+    path.resize(slash == std::string::npos ? 0 : slash);
+}
+
+std::string lexicallyNormal(std::string_view absolutePath) {
+    std::string normal;
+    for (const auto component : componentsOf(absolutePath)) {
+        if (component == "..") {
+            dropLastComponent(normal);
+        } else {
+            normal += '/';
+            normal += component;
+        }
+    }
+    return normal.empty() ? "/" : normal;
+}
+
+// Absolute, without ".", ".." or empty components and without a trailing slash. Nothing is resolved.
+std::string standardized(const fs::path& path) {
     std::error_code ignored;  // only a failing getcwd; the path then stays relative and fails containment
-    fs::path normal = (path.is_absolute() ? path : fs::absolute(path, ignored)).lexically_normal();
-    if (!normal.has_filename() && normal.has_relative_path()) normal = normal.parent_path();
-    return normal;
+    return lexicallyNormal((path.is_absolute() ? path : fs::absolute(path, ignored)).native());
+}
+
+std::string parentOf(std::string path) {
+    dropLastComponent(path);
+    return path.empty() ? "/" : path;
+}
+
+// The root itself or below it, by the text of two standardised paths.
+bool isInsideByText(std::string_view child, std::string_view root) {
+    if (root == "/") return child.starts_with('/');
+    return child.starts_with(root) && (child.size() == root.size() || child[root.size()] == '/');
 }
 
 // The target of a symbolic link; nothing for anything else, including a path that does not exist.
-std::optional<fs::path> linkTarget(const fs::path& path) {
+std::optional<std::string> linkTarget(const std::string& path) {
     char buffer[PATH_MAX];
     ssize_t length;
     while ((length = ::readlink(path.c_str(), buffer, sizeof buffer)) < 0 && errno == EINTR) {
     }
     if (length < 0) return std::nullopt;
-    return fs::path(std::string(buffer, static_cast<std::size_t>(length)));
+    return std::string(buffer, static_cast<std::size_t>(length));
+}
+
+// Paths that one walk of a version found not to be symbolic links, so that the folders which many
+// references share are read once per walk, not once per reference.
+using NonLinks = std::unordered_set<std::string>;
+
+void pushComponentsReversed(std::vector<std::string>& pending, std::string_view path) {
+    const auto components = componentsOf(path);
+    for (auto it = components.rbegin(); it != components.rend(); ++it) pending.emplace_back(*it);
 }
 
 // Resolves every symbolic link of a standardised path, component by component, also where the link
 // dangles, so that a link cannot hide where it points by pointing at nothing yet. Components that do
-// not exist are kept as they are. Nothing for a link loop.
-std::optional<fs::path> resolvedPath(const fs::path& path) {
-    std::vector<fs::path> pending;  // the next component last
-    const auto pushComponents = [&pending](const fs::path& components) {
-        for (auto it = components.end(); it != components.begin();) {
-            --it;
-            if (!it->empty() && *it != "/" && *it != ".") pending.push_back(*it);
-        }
-    };
-    pushComponents(path);
-    fs::path resolved = "/";
+// not exist are kept as they are. Nothing for a link loop. A path below `resolvedPrefix`, itself a
+// result of this function, is walked from there: a version's own location is resolved only once.
+std::optional<std::string> resolvedPath(const std::string& path, const std::string& resolvedPrefix = "/",
+                                        NonLinks* nonLinks = nullptr) {
+    std::string resolved;  // "" while at the root
+    std::string_view rest = path;
+    if (resolvedPrefix != "/" && isInsideByText(path, resolvedPrefix)) {
+        resolved = resolvedPrefix;
+        rest.remove_prefix(resolvedPrefix.size());
+    }
+    std::vector<std::string> pending;  // the next component last
+    pushComponentsReversed(pending, rest);
     for (int hops = 0; !pending.empty();) {
-        fs::path name = std::move(pending.back());
+        const std::string name = std::move(pending.back());
         pending.pop_back();
         if (name == "..") {
-            resolved = resolved.parent_path();
+            dropLastComponent(resolved);
             continue;
         }
-        fs::path next = resolved / name;
-        auto target = linkTarget(next);
+        const auto parentLength = resolved.size();
+        resolved += '/';
+        resolved += name;
+        if (nonLinks != nullptr && nonLinks->contains(resolved)) continue;
+        const auto target = linkTarget(resolved);
         if (!target) {
-            resolved = std::move(next);
+            if (nonLinks != nullptr) nonLinks->insert(resolved);
             continue;
         }
         if (++hops > maximumLinkHops) return std::nullopt;
-        if (target->is_absolute()) resolved = "/";
-        pushComponents(*target);
+        resolved.resize(target->starts_with('/') ? 0 : parentLength);
+        pushComponentsReversed(pending, *target);
     }
-    return resolved;
+    return resolved.empty() ? "/" : resolved;
 }
 
-fs::path resolvedRoot(const fs::path& versionRoot) {
-    const fs::path root = standardized(versionRoot);
+std::string resolvedRoot(const fs::path& versionRoot) {
+    const std::string root = standardized(versionRoot);
     return resolvedPath(root).value_or(root);
 }
 
 // The part of a standardised candidate below a standardised root, or nothing when the candidate is
 // not inside it, by the text of the paths and again by their components. "" for the root itself.
-std::optional<fs::path> pathBelow(const fs::path& candidate, const fs::path& root) {
-    const std::string& text = candidate.native();
-    const std::string& rootText = root.native();
-    const bool insideByText =
-        rootText == "/"
-            ? text.starts_with('/')
-            : text.starts_with(rootText) && (text.size() == rootText.size() || text[rootText.size()] == '/');
-    if (!insideByText) return std::nullopt;
-
-    auto component = candidate.begin();
-    for (const auto& rootComponent : root) {
-        if (component == candidate.end() || *component != rootComponent) return std::nullopt;
-        ++component;
-    }
-    fs::path below;
-    for (; component != candidate.end(); ++component) below /= *component;
-    return below;
+std::optional<std::string_view> pathBelow(std::string_view candidate, std::string_view root) {
+    if (!isInsideByText(candidate, root)) return std::nullopt;
+    const auto rootComponents = componentsOf(root);
+    const auto components = componentsOf(candidate);
+    if (rootComponents.size() > components.size() ||
+        !std::equal(rootComponents.begin(), rootComponents.end(), components.begin()))
+        return std::nullopt;
+    return candidate.substr(std::min(candidate.size(), root == "/" ? 1 : root.size() + 1));
 }
 
 // Where a stored path may be anchored, most preferred first.
-std::vector<fs::path> candidateBases(bool absolute, const fs::path& referencingFile, const fs::path& root) {
+std::vector<std::string> candidateBases(bool absolute, const std::string& referencingFile,
+                                        const std::string& root) {
     if (absolute) return {root};
-    const fs::path folder = referencingFile.parent_path();
-    return {folder.parent_path(), folder, root};
+    std::string folder = parentOf(referencingFile);
+    return {parentOf(folder), std::move(folder), root};
 }
 
-std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath, const fs::path& referencingFile,
-                                              const fs::path& root) {
+std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath,
+                                              const std::string& referencingFile, const std::string& root,
+                                              NonLinks* nonLinks = nullptr) {
     std::string path = trimmedWhitespace(storedPath);
     std::replace(path.begin(), path.end(), '\\', '/');
     if (path.empty()) throw BrowseFileError::sampleMissing(storedPath);
@@ -197,15 +245,15 @@ std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath, con
     std::vector<SampleCandidate> candidates;
     std::vector<std::string> seenKeys;  // lower-cased; at most three
     for (const auto& base : candidateBases(absolute, referencingFile, root)) {
-        auto url = resolvedPath(standardized(base / path));
+        const auto url = resolvedPath(lexicallyNormal(base + "/" + path), root, nonLinks);
         if (!url) continue;
         const auto below = pathBelow(*url, root);
         if (!below) continue;
-        std::string key = normalizedKey(below->native());
+        std::string key = normalizedKey(*below);
         std::string seenKey = lowercased(key);
         if (std::find(seenKeys.begin(), seenKeys.end(), seenKey) != seenKeys.end()) continue;
         seenKeys.push_back(std::move(seenKey));
-        candidates.push_back({std::move(*url), std::move(key)});
+        candidates.push_back({*url, std::move(key)});
     }
     if (candidates.empty()) throw BrowseFileError::samplePathEscapesVersion(storedPath);
     return candidates;
@@ -304,13 +352,14 @@ std::vector<fs::path> m8FileURLs(const fs::path& folder, std::stop_token token) 
 }
 
 SampleUsageIndex sampleUsageIndex(const fs::path& versionRoot, std::stop_token token) {
-    const fs::path root = resolvedRoot(versionRoot);
+    const std::string root = resolvedRoot(versionRoot);
+    NonLinks nonLinks;
     SampleUsageIndex index;
     for (const auto& found : m8FileURLs(versionRoot, token)) {
         throwIfCancelled(token);
-        const fs::path file = standardized(found);
+        const std::string file = standardized(found);
         for (const auto& reference : storedReferences(file)) {
-            for (const auto& candidate : candidatesWithin(reference, file, root))
+            for (const auto& candidate : candidatesWithin(reference, file, root, &nonLinks))
                 addUsage(index, candidate.key, file);
         }
     }
@@ -318,20 +367,16 @@ SampleUsageIndex sampleUsageIndex(const fs::path& versionRoot, std::stop_token t
 }
 
 std::string relativePath(const fs::path& file, const fs::path& versionRoot) {
-    const fs::path root = resolvedRoot(versionRoot);
+    const std::string root = resolvedRoot(versionRoot);
     const auto resolved = resolvedPath(standardized(file));
     if (!resolved) throw BrowseFileError::sourceMissing(file);  // a link loop leads nowhere
-    if (!isInside(*resolved, root) || *resolved == root) throw BrowseFileError::sourceOutsideVersion();
+    if (!isInsideByText(*resolved, root) || *resolved == root) throw BrowseFileError::sourceOutsideVersion();
     if (!linkStatus(*resolved)) throw BrowseFileError::sourceMissing(file);
-    const std::size_t prefix = root == "/" ? 1 : root.native().size() + 1;
-    return resolved->native().substr(prefix);
+    return resolved->substr(root == "/" ? 1 : root.size() + 1);
 }
 
 bool isInside(const fs::path& url, const fs::path& root) {
-    const std::string child = standardized(url).native();
-    const std::string parent = standardized(root).native();
-    if (child == parent) return true;
-    return child.starts_with(parent == "/" ? parent : parent + "/");
+    return isInsideByText(standardized(url), standardized(root));
 }
 
 bool isZeroByteFile(const fs::path& url) {
@@ -340,11 +385,11 @@ bool isZeroByteFile(const fs::path& url) {
 }
 
 bool isUnusedSample(const fs::path& file, const fs::path& versionPath, const SampleUsageIndex& index) {
-    const std::string path = standardized(file).native();
-    const std::string version = standardized(versionPath).native();
-    const std::string prefix = version == "/" ? version : version + "/";
-    if (path.size() <= prefix.size() || !path.starts_with(prefix)) return false;
-    const auto users = index.find(indexKey(std::string_view(path).substr(prefix.size())));
+    const std::string path = standardized(file);
+    const std::string version = standardized(versionPath);
+    if (path == version || !isInsideByText(path, version)) return false;
+    const auto users =
+        index.find(indexKey(std::string_view(path).substr(version == "/" ? 1 : version.size() + 1)));
     return users == index.end() || users->second.empty();
 }
 

@@ -1,0 +1,149 @@
+// How long the sample usage index of a large version takes: 1,000 songs that each refer to a
+// handful of 5,000 samples, in every spelling a device produces (absolute, relative to the song's
+// folder or the one above, backslashes, other letter case). The baseline is reading every song's
+// bytes, which the index cannot avoid, so the ratio is the cost of walking, parsing and resolving.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "content/SampleReferences.h"
+#include "core/Formatting.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tapekeep;
+
+constexpr int songCount = 1'000;
+constexpr int kitCount = 50, samplesPerKit = 100;  // 5,000 samples
+constexpr int referencesPerSong = 6;
+constexpr int runs = 3;
+
+// A whole song of the newer layout whose first slots are samplers with these paths.
+std::string songBytes(const std::vector<std::string>& samplePaths) {
+    constexpr std::size_t table = 80446, stride = 215, pathOffset = 87;
+    std::string bytes(table + 128 * stride, '\0');
+    bytes.replace(0, 12, std::string("M8VERSION\0\x01\x04", 12));
+    for (std::size_t slot = 0; slot < 128; ++slot) bytes[table + slot * stride] = '\xFF';
+    for (std::size_t slot = 0; slot < samplePaths.size(); ++slot) {
+        bytes[table + slot * stride] = 2;
+        bytes.replace(table + slot * stride + pathOffset, samplePaths[slot].size(), samplePaths[slot]);
+    }
+    return bytes;
+}
+
+void writeFile(const fs::path& file, const std::string& content) {
+    fs::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+std::string sampleName(int kit, int sample) {
+    char name[48];
+    std::snprintf(name, sizeof name, "Kit%02d/hit%03d.wav", kit, sample);
+    return name;
+}
+
+std::string upperCased(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
+    return text;
+}
+
+// One reference as a device may have stored it, for a song one or two folders below the root.
+std::string storedReference(const std::string& sample, bool nested, int spelling) {
+    switch (spelling) {
+        case 0:
+            return "/Samples/" + sample;
+        case 1:
+            return (nested ? "../../Samples/" : "../Samples/") + sample;
+        case 2:
+            return "\\Samples\\" + sample.substr(0, 5) + "\\" + sample.substr(6);
+        default:
+            return "/samples/" + upperCased(sample);
+    }
+}
+
+std::vector<fs::path> generateVersion(const fs::path& version) {
+    for (int kit = 0; kit < kitCount; ++kit)
+        for (int sample = 0; sample < samplesPerKit; ++sample)
+            writeFile(version / "Samples" / sampleName(kit, sample), "RIFF....WAVE");
+    std::mt19937 random(2024);
+    std::uniform_int_distribution<int> kitOf(0, kitCount - 1), sampleOf(0, samplesPerKit - 1),
+        spellingOf(0, 3);
+    std::vector<fs::path> songs;
+    for (int song = 0; song < songCount; ++song) {
+        const bool nested = song % 5 != 0;  // most songs live in set folders
+        std::vector<std::string> references;
+        for (int reference = 0; reference < referencesPerSong; ++reference)
+            references.push_back(
+                storedReference(sampleName(kitOf(random), sampleOf(random)), nested, spellingOf(random)));
+        const fs::path folder =
+            nested ? version / "Songs" / ("Set" + std::to_string(song % 40)) : version / "Songs";
+        songs.push_back(folder / ("SONG" + std::to_string(song) + ".m8s"));
+        writeFile(songs.back(), songBytes(references));
+    }
+    return songs;
+}
+
+std::size_t readEveryByte(const std::vector<fs::path>& files) {
+    std::vector<char> buffer(128 * 1024);
+    std::size_t total = 0;
+    for (const auto& file : files) {
+        const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) std::abort();
+        for (ssize_t count; (count = ::read(fd, buffer.data(), buffer.size())) > 0;)
+            total += static_cast<std::size_t>(count);
+        ::close(fd);
+    }
+    return total;
+}
+
+template <typename Work>
+double bestSeconds(Work work) {
+    double best = 1e9;
+    for (int run = 0; run < runs; ++run) {
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        best =
+            std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+}  // namespace
+
+int main() {
+    std::string pattern = (fs::temp_directory_path() / "tapekeep-bench-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) return 1;
+    const fs::path version = fs::path(pattern) / "backup-2024-01-01-120000";
+    const auto songs = generateVersion(version);
+
+    BrowseFileService::SampleUsageIndex index;
+    const double indexSeconds = bestSeconds([&] { index = BrowseFileService::sampleUsageIndex(version); });
+    std::size_t bytes = 0;
+    const double readSeconds = bestSeconds([&] { bytes = readEveryByte(songs); });
+    std::size_t usages = 0;
+    for (const auto& [key, users] : index) usages += users.size();
+
+    std::printf("version: %d songs (%.0f MiB), %s samples, %d references each; index: %s keys, %s usages\n",
+                songCount, static_cast<double>(bytes) / (1024.0 * 1024.0),
+                formatWithThousandsSeparator(kitCount * samplesPerKit).c_str(), referencesPerSong,
+                formatWithThousandsSeparator(static_cast<std::int64_t>(index.size())).c_str(),
+                formatWithThousandsSeparator(static_cast<std::int64_t>(usages)).c_str());
+    std::printf("sampleUsageIndex:           %7.1f ms (best of %d)\n", indexSeconds * 1000.0, runs);
+    std::printf("baseline, read every song:  %7.1f ms (best of %d)\n", readSeconds * 1000.0, runs);
+    std::printf("ratio: the index takes %.1fx the time of reading the songs\n", indexSeconds / readSeconds);
+
+    std::error_code ignored;
+    fs::remove_all(pattern, ignored);
+    return 0;
+}
