@@ -10,7 +10,9 @@
 #include "TempDir.h"
 
 // Found by argument-dependent lookup, so that failures print the value.
-void PrintTo(const QVariant& value, std::ostream* out) { *out << value.toString().toStdString(); }
+void PrintTo(const QVariant& value, std::ostream* out) {
+    *out << value.toString().toStdString();
+}
 
 namespace tapekeep {
 namespace {
@@ -49,65 +51,42 @@ protected:
     }
 };
 
-TEST_F(AppSettingsTest, EmptyStoreReadsEveryDefault) {
+TEST_F(AppSettingsTest, EmptyOrWronglyTypedValuesReadAsDefaultAndStartUpWritesOnlyTheRepairedRsync) {
     auto settings = open();
     const std::pair<const char*, QVariant> defaults[] = {
-        {"backupBaseDirPath", QString()},        {"keepCount", 5},
-        {"rotateBackups", true},                 {"appearance", "system"},
-        {"verifyAfterBackup", false},            {"playSoundOnCompletion", true},
-        {"completionSoundName", "Glass"},        {"excludedVolumes", QString()},
-        {"notifyOnCompletion", true},            {"autoBackupOnConnect", false},
-        {"autoBackupDelaySeconds", 5},           {"backupSetLabelsJSON", "{}"},
-        {"menuBarMode", false},                  {"askToEjectOnQuit", true},
-        {"m8Accent", "pink"},                    {"m8TypeMode", "mono"},
-        {"m8TypeScale", "md"},                   {"mainTab", "backup"},
-        {"launchOnLogin", false},                {"autoEjectOnCompletion", false},
-        {"verifyMismatchActionRaw", "flag"},     {"notifyOnFailure", true},
+        {"backupBaseDirPath", QString()}, {"keepCount", 5},
+        {"rotateBackups", true},          {"m8Accent", "pink"},
+        {"backupSetLabelsJSON", "{}"},    {"verifyMismatchActionRaw", "flag"},
     };
-    for (const auto& [name, expected] : defaults)
-        EXPECT_EQ(settings->property(name), expected) << name;
-    // Start-up writes nothing but the repaired rsync path.
+    for (const auto& [name, expected] : defaults) EXPECT_EQ(settings->property(name), expected) << name;
     EXPECT_EQ(store.all(), (json{{"rsyncPath", "/usr/bin/rsync"}}));
-}
 
-TEST_F(AppSettingsTest, StoredValuesOfTheWrongTypeOrUnknownRawValuesReadAsDefault) {
-    const std::tuple<const char*, json, const char*, QVariant> cases[] = {
+    const std::tuple<const char*, json, const char*, QVariant> stored[] = {
         {"keepCount", "7", "keepCount", 5},
         {"keepCount", 7.5, "keepCount", 5},
-        {"keepCount", 1e12, "keepCount", 5},
         {"keepCount", 4294967296LL, "keepCount", 5},
         {"m8RotateEnabled", 0, "rotateBackups", true},
-        {"completionSoundName", 5, "completionSoundName", "Glass"},
         {"backupBaseDirPath", json::array({"/x"}), "backupBaseDirPath", QString()},
-        {"m8Accent", "blue", "m8Accent", "pink"},
-        {"m8TypeModeRaw", true, "m8TypeMode", "mono"},
         {"m8TypeScaleRaw", "XL", "m8TypeScale", "md"},
         {"mainTab", "Backup", "mainTab", "backup"},
-        {"verifyMismatchActionRaw", "skip", "verifyMismatchActionRaw", "flag"},
         {"backupSetLabels", json::object(), "backupSetLabelsJSON", "{}"},
-        {"notifyOnFailure", "false", "notifyOnFailure", true},
     };
-    for (const auto& [key, stored, property, expected] : cases) {
-        store.setValue(key, stored);
-        EXPECT_EQ(open()->property(property), expected) << key << " = " << stored.dump();
+    for (const auto& [key, value, property, expected] : stored) {
+        store.setValue(key, value);
+        EXPECT_EQ(open()->property(property), expected) << key << " = " << value.dump();
     }
 }
 
 TEST_F(AppSettingsTest, EachPropertyWritesItsOwnStoredKey) {
     auto settings = open();
     const std::tuple<const char*, QVariant, const char*, json> cases[] = {
-        {"backupBaseDirPath", "/srv/m8", "backupBaseDirPath", "/srv/m8"},
         {"keepCount", 12, "keepCount", 12},
         {"rotateBackups", false, "m8RotateEnabled", false},
-        {"appearance", "dark", "appearance", "dark"},
         {"backupSetLabelsJSON", R"({"A":"b"})", "backupSetLabels", R"({"A":"b"})"},
-        {"m8Accent", "violet", "m8Accent", "violet"},
         {"m8TypeMode", "sans", "m8TypeModeRaw", "sans"},
         {"m8TypeScale", "xl", "m8TypeScaleRaw", "xl"},
-        {"mainTab", "settings", "mainTab", "settings"},
         {"autoEjectOnCompletion", true, "autoEjectOnCompletion", true},
         {"verifyMismatchActionRaw", "abort", "verifyMismatchActionRaw", "abort"},
-        {"autoBackupDelaySeconds", 30, "autoBackupDelaySeconds", 30},
     };
     for (const auto& [property, value, key, stored] : cases) {
         ASSERT_TRUE(settings->setProperty(property, value)) << property;
@@ -158,69 +137,48 @@ TEST_F(AppSettingsTest, TwoInstancesOnOneFileSeeEachOthersWrites) {
     EXPECT_EQ(first->m8Accent(), "amber");
 }
 
-TEST_F(AppSettingsTest, LegacyAutoEjectIsCarriedOverOnceWhenTheNewKeyIsAbsent) {
-    store.setValue("m8AutoEjectAfterBackup", true);
-    EXPECT_TRUE(open()->autoEjectOnCompletion());
-    EXPECT_EQ(store.value("autoEjectOnCompletion"), json(true));
-    EXPECT_EQ(store.value("m8AutoEjectAfterBackup"), json(true));  // left as it is
-
-    open()->setAutoEjectOnCompletion(false);
-    EXPECT_FALSE(open()->autoEjectOnCompletion());  // the stored false now wins over the legacy key
-}
-
-TEST_F(AppSettingsTest, LegacyFalseIsCarriedOverToo) {
-    store.setValue("m8AutoEjectAfterBackup", false);
-    open();
-    EXPECT_EQ(store.value("autoEjectOnCompletion"), json(false));
-}
-
-TEST_F(AppSettingsTest, LegacyValueThatIsNotABooleanIsIgnored) {
-    for (const json& legacy : {json("true"), json(1), json::object()}) {
+TEST_F(AppSettingsTest, LegacyAutoEjectIsCarriedOverOnlyWhenBooleanAndTheNewKeyIsAbsent) {
+    struct Case {
+        json legacy;
+        std::optional<json> stored;
+        bool expected;
+    };
+    const std::vector<Case> cases{
+        {true, std::nullopt, true}, {false, std::nullopt, false}, {"true", std::nullopt, false},
+        {1, std::nullopt, false},   {true, false, false},         {true, "maybe", false},
+    };
+    for (const auto& [legacy, stored, expected] : cases) {
+        store.removeValue("autoEjectOnCompletion");
         store.setValue("m8AutoEjectAfterBackup", legacy);
-        EXPECT_FALSE(open()->autoEjectOnCompletion()) << legacy.dump();
-        EXPECT_FALSE(store.contains("autoEjectOnCompletion")) << legacy.dump();
+        if (stored) store.setValue("autoEjectOnCompletion", *stored);
+        const auto carried = stored || !legacy.is_boolean() ? stored : std::optional(legacy);
+        EXPECT_EQ(open()->autoEjectOnCompletion(), expected) << legacy.dump();
+        EXPECT_EQ(store.value("autoEjectOnCompletion"), carried) << legacy.dump();
+        EXPECT_EQ(store.value("m8AutoEjectAfterBackup"), legacy);  // left as it is
     }
 }
 
-TEST_F(AppSettingsTest, AnyStoredNewKeyEndsTheMigration) {
-    store.setValue("m8AutoEjectAfterBackup", true);
-    for (const json& stored : {json(false), json("maybe")}) {
-        store.setValue("autoEjectOnCompletion", stored);
-        EXPECT_FALSE(open()->autoEjectOnCompletion()) << stored.dump();
-        EXPECT_EQ(store.value("autoEjectOnCompletion"), stored);
-    }
-}
-
-TEST_F(AppSettingsTest, StoredExecutableRsyncSurvivesEvenWhenAnotherCandidateExists) {
-    auto chosen = makeExecutable(temp / "bin/rsync-mine").string();
-    auto other = makeExecutable(temp / "bin/rsync-other").string();
-    store.setValue("rsyncPath", chosen);
-    EXPECT_EQ(open(other)->rsyncPath().toStdString(), chosen);
-}
-
-TEST_F(AppSettingsTest, MissingOrUnusableRsyncIsReplacedByTheBestCandidate) {
-    auto found = makeExecutable(temp / "bin/rsync").string();
-    auto notExecutable = makeExecutable(temp / "bin/plain", fs::perms::owner_read | fs::perms::owner_write);
+TEST_F(AppSettingsTest, UnusableRsyncIsReplacedByTheBestCandidateOrTheSystemOne) {
+    const auto found = makeExecutable(temp / "bin/rsync").string();
+    const auto chosen = makeExecutable(temp / "bin/rsync-mine").string();
+    const auto notExecutable =
+        makeExecutable(temp / "bin/plain", fs::perms::owner_read | fs::perms::owner_write);
     fs::create_directories(temp / "bin/folder");
-    const json stored[] = {"", (temp / "gone/rsync").string(), notExecutable.string(),
-                           (temp / "bin/folder").string(), 42};
-    for (const auto& path : stored) {
-        store.setValue("rsyncPath", path);
-        EXPECT_EQ(open(found)->rsyncPath().toStdString(), found) << path.dump();
-        EXPECT_EQ(store.value("rsyncPath"), json(found));
+    const std::vector<std::pair<json, std::string>> cases{
+        {chosen, chosen},
+        {"", found},
+        {(temp / "gone/rsync").string(), found},
+        {notExecutable.string(), found},
+        {(temp / "bin/folder").string(), found},
+        {42, found},
+    };
+    for (const auto& [stored, expected] : cases) {
+        store.setValue("rsyncPath", stored);
+        EXPECT_EQ(open(found)->rsyncPath().toStdString(), expected) << stored.dump();
+        EXPECT_EQ(store.value("rsyncPath"), json(expected));
     }
-}
-
-TEST_F(AppSettingsTest, RsyncFallsBackToTheSystemOneWhenNoCandidateIsFound) {
+    store.setValue("rsyncPath", "");
     EXPECT_EQ(open(std::nullopt)->rsyncPath(), "/usr/bin/rsync");
-}
-
-TEST_F(AppSettingsTest, RsyncRepairRunsAfterTheMigration) {
-    store.setValue("m8AutoEjectAfterBackup", true);
-    auto found = makeExecutable(temp / "bin/rsync").string();
-    auto settings = open(found);
-    EXPECT_TRUE(settings->autoEjectOnCompletion());
-    EXPECT_EQ(settings->rsyncPath().toStdString(), found);
 }
 
 TEST_F(AppSettingsTest, LabelsRoundTripThroughTheStore) {
@@ -237,16 +195,11 @@ TEST_F(AppSettingsTest, LabelsRoundTripThroughTheStore) {
     EXPECT_EQ(json::parse(store.string("backupSetLabels")).size(), 3u);
 }
 
-TEST_F(AppSettingsTest, LabelsThatAreNotAJsonObjectOfStringsReadAsNone) {
-    for (const char* text : {"{not json", "[\"a\"]", R"({"M8_1":1})", ""}) {
+TEST_F(AppSettingsTest, LabelsThatAreNotAJsonObjectOfStringsReadAsNoneAndUnencodableOnesStoreNone) {
+    for (const char* text : {"{not json", "[\"a\"]", R"({"M8_1":1})"}) {
         store.setValue("backupSetLabels", text);
-        auto settings = open();
-        EXPECT_TRUE(settings->labels().empty()) << text;
-        EXPECT_EQ(settings->label("M8_1"), std::nullopt) << text;
+        EXPECT_EQ(open()->label("M8_1"), std::nullopt) << text;
     }
-}
-
-TEST_F(AppSettingsTest, LabelsThatCannotBeEncodedStoreAnEmptyObject) {
     auto settings = open();
     settings->setLabels({{"M8_1", "kept"}});
     settings->setLabels({{"M8_1", "\xE9t\xE9"}});  // Latin-1 bytes, not UTF-8
@@ -261,8 +214,10 @@ protected:
         ::setenv("XDG_CONFIG_HOME", (temp / "config").c_str(), 1);
     }
     void TearDown() override {
-        if (previous_) ::setenv("XDG_CONFIG_HOME", previous_->c_str(), 1);
-        else ::unsetenv("XDG_CONFIG_HOME");
+        if (previous_)
+            ::setenv("XDG_CONFIG_HOME", previous_->c_str(), 1);
+        else
+            ::unsetenv("XDG_CONFIG_HOME");
     }
     fs::path entry() const { return temp / "config/autostart/tapekeep.desktop"; }
 
