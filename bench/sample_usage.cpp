@@ -134,8 +134,9 @@ int main() {
     std::size_t usages = 0;
     for (const auto& [key, users] : index) usages += users.size();
 
-    std::printf("version: %d songs (%.0f MiB), %s samples, %d references each; index: %s keys, %s usages\n",
-                songCount, static_cast<double>(bytes) / (1024.0 * 1024.0),
+    std::printf("version: %s songs (%.0f MiB), %s samples, %d references each; index: %s keys, %s usages\n",
+                formatWithThousandsSeparator(songCount).c_str(),
+                static_cast<double>(bytes) / (1024.0 * 1024.0),
                 formatWithThousandsSeparator(kitCount * samplesPerKit).c_str(), referencesPerSong,
                 formatWithThousandsSeparator(static_cast<std::int64_t>(index.size())).c_str(),
                 formatWithThousandsSeparator(static_cast<std::int64_t>(usages)).c_str());
