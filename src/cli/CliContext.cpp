@@ -1,6 +1,7 @@
 #include "cli/CliContext.h"
 
 #include "app/AppSettings.h"
+#include "backup/BackupRepository.h"
 #include "cards/DemoCard.h"
 #include "cards/VolumeScanner.h"
 #include "cli/CliError.h"
@@ -61,6 +62,32 @@ SDCard CliContext::resolveCard(const std::string& text, std::stop_token token) {
     if (named.size() > 1)
         throw UsageError("More than one card is named \"" + text + "\". Name the card by its UUID.");
     throw UsageError("No M8 card \"" + text + "\" was found. Run tapekeep-cli cards to list the cards.");
+}
+
+namespace {
+
+bool isPlainName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+}  // namespace
+
+fs::path CliContext::resolveSet(const std::string& name) {
+    const fs::path folder = baseFolder() / name;
+    if (!isPlainName(name) || !BackupRepository::isRealDirectory(folder))
+        throw UsageError("Unknown backup set \"" + name + "\".");
+    return folder;
+}
+
+fs::path CliContext::resolveVersion(const fs::path& set, const std::string& name) {
+    if (name == "latest") {
+        if (auto latest = BackupRepository::resolvePreviousVersion(set)) return *latest;
+        throw UsageError("The backup set " + set.filename().string() + " has no latest version.");
+    }
+    const fs::path folder = set / name;
+    if (!isPlainName(name) || !name.starts_with("backup-") || !BackupRepository::isRealDirectory(folder))
+        throw UsageError("Unknown version \"" + name + "\" in " + set.filename().string() + ".");
+    return folder;
 }
 
 }  // namespace tapekeep::cli

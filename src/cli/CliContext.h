@@ -50,6 +50,10 @@ public:
     [[nodiscard]] std::unique_ptr<VolumeScanner> makeScanner();
     // A card by UUID, or by a volume name that only one detected card has. Throws UsageError.
     SDCard resolveCard(const std::string& text, std::stop_token token);
+    // A set by its folder name, and one of its versions by folder name or "latest": never a path
+    // that leads anywhere else. Throw UsageError.
+    std::filesystem::path resolveSet(const std::string& name);
+    std::filesystem::path resolveVersion(const std::filesystem::path& set, const std::string& name);
 
 private:
     GlobalOptions options_;

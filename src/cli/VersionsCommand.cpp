@@ -3,22 +3,12 @@
 #include <nlohmann/json.hpp>
 
 #include "backup/BackupRepository.h"
-#include "cli/CliError.h"
 #include "core/Timestamp.h"
 
 namespace tapekeep::cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-fs::path setFolder(CliContext& context, const std::string& name) {
-    // A set is named by its folder alone: nothing may lead outside the base folder.
-    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
-        throw UsageError("Unknown backup set \"" + name + "\".");
-    const fs::path folder = context.baseFolder() / name;
-    if (!BackupRepository::isRealDirectory(folder)) throw UsageError("Unknown backup set \"" + name + "\".");
-    return folder;
-}
 
 nlohmann::json versionJson(const BackupVersion& version) {
     const std::string note = BackupRepository::readNote(version.url);
@@ -33,7 +23,7 @@ nlohmann::json versionJson(const BackupVersion& version) {
 
 int VersionsCommand::run(CliContext& context, Arguments arguments) {
     const auto operands = arguments.operands(1, 1, usage());
-    const fs::path folder = setFolder(context, operands[0]);
+    const fs::path folder = context.resolveSet(operands[0]);
     const auto versions = BackupRepository(context.baseFolder()).listVersions(folder);
     if (context.json()) {
         auto list = nlohmann::json::array();

@@ -5,10 +5,15 @@
 
 #include "cli/BackupCommand.h"
 #include "cli/CardsCommand.h"
+#include "cli/ChangesCommand.h"
 #include "cli/CliError.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
+#include "cli/SongCommand.h"
+#include "cli/SummaryCommand.h"
+#include "cli/UsageCommand.h"
 #include "cli/VersionsCommand.h"
+#include "backup/RsyncLogStore.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
 
@@ -24,6 +29,10 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<SetsCommand>());
     commands.push_back(std::make_unique<VersionsCommand>());
     commands.push_back(std::make_unique<SettingsCommand>());
+    commands.push_back(std::make_unique<SongCommand>());
+    commands.push_back(std::make_unique<SummaryCommand>());
+    commands.push_back(std::make_unique<UsageCommand>());
+    commands.push_back(std::make_unique<ChangesCommand>());
     return commands;
 }
 
@@ -80,6 +89,7 @@ int runCommand(const std::vector<std::string>& words) {
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     std::vector<std::string> words(argv + 1, argv + argc);
+    RsyncLogStore::shared().prune(30);
     try {
         return runCommand(words);
     } catch (const UsageError& error) {

@@ -9,6 +9,7 @@
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "M8Files.h"
 #include "TempDir.h"
 
 namespace tapekeep {
@@ -37,7 +38,8 @@ std::string pseudoRandomBytes(std::size_t size, unsigned seed) {
 }
 
 void populateCard(const fs::path& root) {
-    writeFile(root / "Songs/DEMO.m8s", pseudoRandomBytes(12000, 1));
+    writeFile(root / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/Drums/hit 0.wav", "/Samples/Drums/hit 1.wav",
+                                                              "/Samples/lost.wav"}));
     writeFile(root / "Songs/Live/SET 2.m8s", pseudoRandomBytes(12000, 2));
     writeFile(root / "Instruments/BASS.m8i", pseudoRandomBytes(400, 3));
     for (int i = 0; i < 6; ++i)
@@ -116,7 +118,7 @@ TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     // fusefat cannot rewrite a file in place: the song is saved anew, as the device does.
     fs::remove(card_->mountPath() / "Songs/DEMO.m8s");
-    writeFile(card_->mountPath() / "Songs/DEMO.m8s", pseudoRandomBytes(12000, 1000));
+    writeFile(card_->mountPath() / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/pad.wav"}));
     const fs::path second = backupOk();
     ASSERT_FALSE(first.empty());
     ASSERT_FALSE(second.empty());
@@ -129,7 +131,7 @@ TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
         else
             EXPECT_EQ(inode(entry.path()), inode(first / relative)) << relative;
     }
-    EXPECT_EQ(readFile(second / "Songs/DEMO.m8s"), pseudoRandomBytes(12000, 1000));
+    EXPECT_EQ(readFile(second / "Songs/DEMO.m8s"), test::songWithSamples({"/Samples/pad.wav"}));
 }
 
 TEST_F(CardBackupTest, ThreeBackupsWithKeepTwoLeaveTwo) {
@@ -190,6 +192,63 @@ TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
                 std::none_of(setEntries().begin(), setEntries().end(),
                              [](const std::string& name) { return name.starts_with(".incomplete-") ||
                                                                   name.starts_with("backup-"); }));
+}
+
+// Rewrites a file on the card as the device saves it: removed, then written anew.
+void rewrite(const fs::path& file, const std::string& content) {
+    fs::remove(file);
+    writeFile(file, content);
+}
+
+TEST_F(CardBackupTest, SongsOnlyCopiesTheSongAndExactlyItsSamplesOverTheWholeCard) {
+    const fs::path first = backupOk();
+    const fs::path card = card_->mountPath();
+    rewrite(card / "Samples/Drums/hit 0.wav", "re-recorded, used by the song");
+    rewrite(card / "Samples/Drums/hit 5.wav", "re-recorded, used by no song");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const auto result = cli({"--json", "backup", "M8CARD", "--songs", "Songs/DEMO.m8s"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const fs::path second = nlohmann::json::parse(result.out).at("version").get<std::string>();
+    EXPECT_EQ(readFile(second / "Samples/Drums/hit 0.wav"), "re-recorded, used by the song");
+    EXPECT_EQ(readFile(second / "Samples/Drums/hit 5.wav"), pseudoRandomBytes(30000, 15));
+    for (const char* unchanged : {"Samples/pad.wav", "Samples/Drums/hit 5.wav", "Instruments/BASS.m8i"})
+        EXPECT_EQ(inode(second / unchanged), inode(first / unchanged)) << unchanged;
+    EXPECT_NE(result.err.find("Skipped 1 sample reference(s) that no longer exist on the card: Samples/lost.wav"),
+              std::string::npos)
+        << result.err;
+}
+
+TEST_F(CardBackupTest, VerificationCatchesACardChangedBehindRsyncsBackAndRetriesOnce) {
+    // The first transfer pass is followed by a write to the card, as if the M8 saved just then.
+    const std::string marker = test::shellQuote((temp_ / "changed-once").string());
+    const std::string instrument = test::shellQuote((card_->mountPath() / "Instruments/BASS.m8i").string());
+    const fs::path wrapper = temp_ / "meddling-rsync";
+    writeFile(wrapper, "#!/bin/sh\n/usr/bin/rsync \"$@\"; status=$?\n"
+                       "case \" $* \" in *\" -avh \"*) if [ ! -e " + marker + " ]; then touch " + marker + "; rm " +
+                           instrument + "; printf changed > " + instrument + "; fi;; esac\nexit $status\n");
+    fs::permissions(wrapper, fs::perms::owner_all);
+    const auto result =
+        cli({"--json", "--rsync", wrapper.string(), "backup", "M8CARD", "--verify", "--mismatch", "retry"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.err.find("Retrying backup and verification once…"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("Verification passed — selected files match."), std::string::npos);
+    const fs::path version = nlohmann::json::parse(result.out).at("version").get<std::string>();
+    EXPECT_EQ(readFile(version / "Instruments/BASS.m8i"), "changed");
+}
+
+TEST_F(CardBackupTest, RotationGuardKeepsOldVersionsWhenTheCardLostMostFiles) {
+    ASSERT_FALSE(backupOk({"--keep", "1"}).empty());
+    fs::remove_all(card_->mountPath() / "Samples");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    const auto result = cli({"--json", "backup", "M8CARD", "--keep", "1"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    // fusefat shows the volume label as an empty file at the root, so the card holds one more file.
+    EXPECT_EQ(nlohmann::json::parse(result.out).at("warning"),
+              "Backup saved, but it holds far fewer files than the previous one (4 vs 11). Older backups were kept "
+              "— check the card.");
+    const auto names = setEntries();
+    EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& name) { return name.starts_with("backup-"); }),
+              2);
 }
 
 }  // namespace

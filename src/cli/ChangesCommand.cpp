@@ -1,0 +1,32 @@
+#include "cli/ChangesCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "cli/SignalCancellation.h"
+#include "workflows/CardComparison.h"
+
+namespace tapekeep::cli {
+
+int ChangesCommand::run(CliContext& context, Arguments arguments) {
+    const auto operands = arguments.operands(1, 1, usage());
+    SignalCancellation interrupts;
+    const SDCard card = context.resolveCard(operands.front(), interrupts.token());
+    const auto comparison = CardComparison::compare(card, context.baseFolder(), interrupts.token());
+    std::map<FileDiff::Kind, std::vector<std::string>> paths;
+    for (const auto& difference : comparison.differences) paths[difference.kind].push_back(difference.path);
+    if (context.json()) {
+        context.out() << nlohmann::json{{"freshness", comparison.freshness.label()},
+                                        {"added", paths[FileDiff::Kind::added]},
+                                        {"modified", paths[FileDiff::Kind::modified]},
+                                        {"deleted", paths[FileDiff::Kind::deleted]}}
+                             .dump(2)
+                      << '\n';
+        return 0;
+    }
+    context.out() << comparison.freshness.label() << '\n';
+    for (const auto& difference : comparison.differences)
+        context.out() << FileDiff::rawValue(difference.kind) << '\t' << difference.path << '\n';
+    return 0;
+}
+
+}  // namespace tapekeep::cli

@@ -1,0 +1,34 @@
+#include "workflows/CardComparison.h"
+
+#include "backup/BackupRepository.h"
+#include "content/M8ContentScanner.h"
+#include "core/BackupSet.h"
+#include "core/Cancelled.h"
+#include "core/Error.h"
+
+namespace tapekeep {
+
+CardComparison CardComparison::compare(const SDCard& card, const std::filesystem::path& baseFolder,
+                                       std::stop_token token) {
+    const auto setRoot = baseFolder / backupSetFolderName(card.volumeName, card.diskUtilUUID);
+    const auto latest = BackupRepository::resolvePreviousVersion(setRoot);
+    if (!latest) return CardComparison{BackupFreshness::noBackup(), {}};
+    M8ContentScanner scanner;
+    auto current = scanner.scanManifest(card.mountPath, token);
+    auto baseline = scanner.scanManifest(*latest, token);
+    if (!current || !baseline) throw Cancelled();
+    CardComparison result{BackupFreshness::upToDate(), M8ContentScanner::quickDiff(*current, *baseline)};
+    if (result.differences.empty()) return result;
+    int added = 0, modified = 0, deleted = 0;
+    for (const auto& difference : result.differences) {
+        switch (difference.kind) {
+            case FileDiff::Kind::added: ++added; break;
+            case FileDiff::Kind::modified: ++modified; break;
+            case FileDiff::Kind::deleted: ++deleted; break;
+        }
+    }
+    result.freshness = BackupFreshness::changes(added, modified, deleted);
+    return result;
+}
+
+}  // namespace tapekeep
