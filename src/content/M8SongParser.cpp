@@ -87,14 +87,14 @@ public:
 
     // The size of a regular file, absent for anything else or when the file could not be opened.
     [[nodiscard]] std::optional<std::size_t> regularFileSize() const {
-        struct stat status{};
+        struct stat status {};
         if (fd_ < 0 || ::fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
         return static_cast<std::size_t>(status.st_size);
     }
 
     // Fills bytes from the start of the file; false on a read error. A file that shrank since its
     // size was taken leaves bytes shorter.
-    bool readInto(std::string& bytes) const {
+    bool readInto(std::vector<char>& bytes) const {
         std::size_t filled = 0;
         while (filled < bytes.size()) {
             const ssize_t count = ::read(fd_, bytes.data() + filled, bytes.size() - filled);
@@ -112,12 +112,13 @@ private:
 };
 
 // The whole file in one read of its size; absent when it cannot be read, is not a regular file, or
-// is larger than any M8 file can be.
-std::optional<std::string> readWholeFile(const fs::path& file) {
+// is larger than any M8 file can be. A vector rather than a string: its buffer ends exactly where the
+// file does (no terminator, no small-string storage), so a sanitizer sees a read one byte too far.
+std::optional<std::vector<char>> readWholeFile(const fs::path& file) {
     const ReadOnlyFile input(file);
     const auto size = input.regularFileSize();
     if (!size || *size > largestReadableFile) return std::nullopt;
-    std::string bytes(*size, '\0');
+    std::vector<char> bytes(*size);
     if (!input.readInto(bytes)) return std::nullopt;
     return bytes;
 }
@@ -150,14 +151,16 @@ std::optional<Layout> songLayout(std::string_view bytes) {
 
 // ---- text fields --------------------------------------------------------------------------------
 
-std::string_view upToFirstZero(std::string_view text) { return text.substr(0, text.find('\0')); }
+std::string_view upToFirstZero(std::string_view text) {
+    return text.substr(0, text.find('\0'));
+}
 
 bool isValidUtf8(std::string_view text) {
     const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
     for (std::size_t offset = 0; offset < text.size();) {
         utf8proc_int32_t codePoint;
-        const auto length = utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset),
-                                             &codePoint);
+        const auto length =
+            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
         if (length <= 0) return false;
         offset += static_cast<std::size_t>(length);
     }
@@ -197,7 +200,8 @@ std::optional<double> readTempo(std::string_view bytes) {
     const auto raw = field(bytes, tempoOffset, sizeof(float));
     if (raw.size() < sizeof(float)) return std::nullopt;
     std::uint32_t bits = 0;
-    for (std::size_t i = 0; i < raw.size(); ++i) bits |= std::uint32_t{static_cast<unsigned char>(raw[i])} << (8 * i);
+    for (std::size_t i = 0; i < raw.size(); ++i)
+        bits |= std::uint32_t{static_cast<unsigned char>(raw[i])} << (8 * i);
     const double tempo = std::bit_cast<float>(bits);
     // A NaN fails both comparisons, an infinity one of them.
     if (tempo >= slowestTempo && tempo <= fastestTempo) return tempo;
@@ -238,16 +242,17 @@ std::vector<std::string> distinctSorted(std::vector<std::string> paths) {
 }  // namespace
 
 std::optional<M8SongMetadata> parseSong(const fs::path& file) {
-    const auto bytes = readWholeFile(file);
-    if (!bytes) return std::nullopt;
-    const auto layout = songLayout(*bytes);
+    const auto contents = readWholeFile(file);
+    if (!contents) return std::nullopt;
+    const std::string_view bytes(contents->data(), contents->size());
+    const auto layout = songLayout(bytes);
     if (!layout) return std::nullopt;
 
     M8SongMetadata song;
-    song.tempo = readTempo(*bytes);
-    song.name = decodeName(field(*bytes, songNameOffset, nameWidth));
+    song.tempo = readTempo(bytes);
+    song.name = decodeName(field(bytes, songNameOffset, nameWidth));
     for (std::size_t slot = 0; slot < slotCount; ++slot) {
-        const auto record = songSlot(*bytes, *layout, slot);
+        const auto record = songSlot(bytes, *layout, slot);
         const auto typeByte = record.typeByte();
         if (!typeByte || *typeByte == emptySlotTypeByte) continue;
         InstrumentInfo instrument{makeUuid(), static_cast<int>(slot), typeFor(*typeByte), record.name(), {}};
@@ -260,28 +265,31 @@ std::optional<M8SongMetadata> parseSong(const fs::path& file) {
 }
 
 std::optional<std::string> parseInstrument(const fs::path& file) {
-    const auto bytes = readWholeFile(file);
-    if (!bytes) throw M8InstrumentError::unreadable(file);
+    const auto contents = readWholeFile(file);
+    if (!contents) throw M8InstrumentError::unreadable(file);
+    const std::string_view bytes(contents->data(), contents->size());
     // Fewer than 10 bytes cannot hold the magic and its zero byte, so they fail here too.
-    if (!hasM8Header(*bytes)) throw M8InstrumentError::notAnInstrument(file);
-    if (bytes->size() < shortestInstrumentWithType) throw M8InstrumentError::unreadable(file);
+    if (!hasM8Header(bytes)) throw M8InstrumentError::notAnInstrument(file);
+    if (bytes.size() < shortestInstrumentWithType) throw M8InstrumentError::unreadable(file);
 
-    const InstrumentRecord record{field(*bytes, headerSize, bytes->size()), layoutFor(*bytes)};
+    const InstrumentRecord record{field(bytes, headerSize, bytes.size()), layoutFor(bytes)};
     if (record.typeByte() != samplerTypeByte) return std::nullopt;
     // The path may run to the end of a short file, but it must at least begin inside it.
-    if (headerSize + record.layout.samplePathOffset >= bytes->size()) throw M8InstrumentError::unreadable(file);
+    if (headerSize + record.layout.samplePathOffset >= bytes.size())
+        throw M8InstrumentError::unreadable(file);
     return record.samplePath();
 }
 
 std::vector<std::string> parseSamplePaths(const fs::path& file) {
-    const auto bytes = readWholeFile(file);
-    if (!bytes) return {};
-    const auto layout = songLayout(*bytes);
+    const auto contents = readWholeFile(file);
+    if (!contents) return {};
+    const std::string_view bytes(contents->data(), contents->size());
+    const auto layout = songLayout(bytes);
     if (!layout) return {};
 
     std::vector<std::string> paths;
     for (std::size_t slot = 0; slot < slotCount; ++slot) {
-        const auto record = songSlot(*bytes, *layout, slot);
+        const auto record = songSlot(bytes, *layout, slot);
         if (record.typeByte() != samplerTypeByte) continue;
         if (auto path = record.samplePath()) paths.push_back(std::move(*path));
     }

@@ -51,7 +51,9 @@ public:
     [[nodiscard]] std::string bytes() const { return bytes_.substr(0, size_); }
 
 private:
-    [[nodiscard]] std::size_t slotOffset(int slot) const { return 80'446 + std::size_t(slot) * layout_.stride; }
+    [[nodiscard]] std::size_t slotOffset(int slot) const {
+        return 80'446 + std::size_t(slot) * layout_.stride;
+    }
 
     Layout layout_;
     std::string bytes_;
@@ -65,7 +67,8 @@ fs::path write(const TempDir& dir, const std::string& bytes, const std::string& 
 
 std::string instrumentBytes(unsigned char low, unsigned char high, unsigned char type, Layout layout,
                             std::string_view path) {
-    std::string bytes = std::string("M8VERSION\0", 10) + char(low) + char(high) + std::string(2, '\0') + char(type);
+    std::string bytes =
+        std::string("M8VERSION\0", 10) + char(low) + char(high) + std::string(2, '\0') + char(type);
     bytes.resize(14 + layout.pathOffset);
     return bytes + std::string(path);
 }
@@ -109,7 +112,7 @@ TEST(M8SongParserTest, NamesTheTypesOfARealSongAsTheDeviceDoes) {
     const auto song = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");
     ASSERT_TRUE(song);
     const std::vector<std::pair<int, std::string>> expected{
-        {1, "WAVSYNTH"}, {2, "MACROSYN"}, {3, "SAMPLER"},  {4, "FMSYNTH"},
+        {1, "WAVSYNTH"},   {2, "MACROSYN"}, {3, "SAMPLER"},  {4, "FMSYNTH"},
         {5, "HYPERSYNTH"}, {6, "MIDI OUT"}, {7, "EXTERNAL"},
     };
     std::vector<std::pair<int, std::string>> actual;
@@ -137,6 +140,7 @@ TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
         Layout layout;
         std::size_t size;
         bool accepted;
+        std::pair<std::size_t, char> headerByte{0, 'M'};  // unchanged unless a case says otherwise
     };
     const std::vector<Case> cases{
         {"older layout, minimum size", 0x30, 0x01, olderLayout, olderMinimum, true},
@@ -146,12 +150,15 @@ TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
         {"107000 bytes are enough for the older layout", 0x30, 0x01, olderLayout, 107'000, true},
         {"107000 bytes are too few for the newer layout", 0x40, 0x01, newerLayout, 107'000, false},
         {"13 bytes of header", 0x20, 0x04, newerLayout, 13, false},
+        {"byte 9 is 1", 0x20, 0x04, newerLayout, newerMinimum, false, {9, 1}},
+        {"magic misspelt", 0x20, 0x04, newerLayout, newerMinimum, false, {8, 'M'}},
     };
     TempDir dir;
     for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.name);
         SongBytes song(testCase.low, testCase.high, testCase.layout, testCase.size);
         song.setSlot(127, 2, "", fullPath);
+        song.put(testCase.headerByte.first, std::string(1, testCase.headerByte.second));
         const auto file = write(dir, song.bytes());
         const auto parsed = M8SongParser::parseSong(file);
         const auto expectedPaths = testCase.accepted ? std::vector{fullPath} : std::vector<std::string>{};
@@ -161,20 +168,6 @@ TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
         ASSERT_EQ(parsed->instruments.size(), 1u);
         EXPECT_EQ(parsed->instruments[0].index, 127);
         EXPECT_EQ(parsed->instruments[0].samplePath, fullPath);
-    }
-}
-
-TEST(M8SongParserTest, RefusesABadHeader) {
-    TempDir dir;
-    for (const auto& [offset, byte] : std::vector<std::pair<std::size_t, char>>{{9, 1}, {8, 'M'}, {0, 'm'}}) {
-        SCOPED_TRACE(offset);
-        auto song = SongBytes::newer();
-        song.setSlot(0, 2, "", "/a.wav");
-        song.put(offset, std::string(1, byte));
-        const auto file = write(dir, song.bytes());
-        EXPECT_EQ(M8SongParser::parseSong(file), std::nullopt);
-        EXPECT_TRUE(M8SongParser::parseSamplePaths(file).empty());
-        EXPECT_THROW(M8SongParser::parseInstrument(file), M8InstrumentError);
     }
 }
 
@@ -208,8 +201,9 @@ TEST(M8SongParserTest, KeepsTempoOnlyWithinTheDeviceRange) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float infinity = std::numeric_limits<float>::infinity();
     const std::vector<std::pair<float, std::optional<double>>> cases{
-        {19.99f, std::nullopt}, {20.0f, 20.0}, {120.5f, 120.5}, {300.0f, 300.0}, {300.01f, std::nullopt},
-        {0.0f, std::nullopt},   {-120.0f, std::nullopt}, {nan, std::nullopt}, {infinity, std::nullopt},
+        {19.99f, std::nullopt},  {20.0f, 20.0},           {120.5f, 120.5},
+        {300.0f, 300.0},         {300.01f, std::nullopt}, {0.0f, std::nullopt},
+        {-120.0f, std::nullopt}, {nan, std::nullopt},     {infinity, std::nullopt},
     };
     TempDir dir;
     for (const auto& [stored, expected] : cases) {
@@ -235,8 +229,8 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
         {"\xE9", "", "\u00E9"},
         {"Caf\xE9", "", "Caf\u00E9"},
         {"Ch\u00F6re", "Ch\u00F6re", "Ch\u00F6re"},
-        {"\xC0\x80", "", "\u00C0\u0080"},                // overlong zero
-        {"\xED\xA0\x80", "", "\u00ED\u00A0\u0080"},      // surrogate
+        {"\xC0\x80", "", "\u00C0\u0080"},            // overlong zero
+        {"\xED\xA0\x80", "", "\u00ED\u00A0\u0080"},  // surrogate
         {std::string("AB\0CD", 5), "AB", "AB"},
         {"", "", std::nullopt},
         {"   ", "   ", "   "},
@@ -263,8 +257,8 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
 
 TEST(M8SongParserTest, MapsTypeBytesAndReadsPathsOfSamplersOnly) {
     const std::vector<std::pair<unsigned char, std::optional<Type>>> cases{
-        {0, Type::wavsynth}, {1, Type::macrosyn}, {2, Type::sampler},     {3, Type::midi},
-        {4, Type::fm},       {5, Type::hypersynth}, {6, Type::external}, {7, Type::unknown},
+        {0, Type::wavsynth},  {1, Type::macrosyn},   {2, Type::sampler},  {3, Type::midi},
+        {4, Type::fm},        {5, Type::hypersynth}, {6, Type::external}, {7, Type::unknown},
         {254, Type::unknown}, {255, std::nullopt},
     };
     TempDir dir;
@@ -276,7 +270,8 @@ TEST(M8SongParserTest, MapsTypeBytesAndReadsPathsOfSamplersOnly) {
         const auto parsed = M8SongParser::parseSong(file);
         ASSERT_TRUE(parsed);
         const bool sampler = expected == Type::sampler;
-        EXPECT_EQ(parsed->samplePaths, sampler ? std::vector<std::string>{"/x.wav"} : std::vector<std::string>{});
+        EXPECT_EQ(parsed->samplePaths,
+                  sampler ? std::vector<std::string>{"/x.wav"} : std::vector<std::string>{});
         EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
         ASSERT_EQ(parsed->instruments.size(), expected ? 1u : 0u);
         if (!expected) continue;
@@ -299,7 +294,8 @@ TEST(M8SongParserTest, CollectsEachSamplePathOnceAndKeepsEverySampler) {
     EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
     std::vector<std::optional<std::string>> paths;
     for (const auto& instrument : parsed->instruments) paths.push_back(instrument.samplePath);
-    EXPECT_EQ(paths, (std::vector<std::optional<std::string>>{"/b.wav", "/b.wav", "/B.wav", "/a.wav", std::nullopt}));
+    EXPECT_EQ(paths, (std::vector<std::optional<std::string>>{"/b.wav", "/b.wav", "/B.wav", "/a.wav",
+                                                              std::nullopt}));
     EXPECT_NE(M8SongParser::parseSong(file)->instruments[0].id, parsed->instruments[0].id);
 }
 
@@ -315,7 +311,10 @@ TEST(M8SongParserTest, InstrumentFailuresAreTold) {
     const std::vector<Case> cases{
         {"magic alone", "M8VERSION", Kind::notAnInstrument, {}},
         {"wrong magic", "M8VERSIOM" + header.substr(9) + std::string(200, '\2'), Kind::notAnInstrument, {}},
-        {"byte 9 not zero", "M8VERSION\1" + header.substr(10) + std::string(200, '\2'), Kind::notAnInstrument, {}},
+        {"byte 9 not zero",
+         "M8VERSION\1" + header.substr(10) + std::string(200, '\2'),
+         Kind::notAnInstrument,
+         {}},
         {"good header, 12 bytes", header.substr(0, 12), Kind::unreadable, {}},
         {"good header, no type byte", header, Kind::unreadable, {}},
         {"not a sampler", header + '\4', {}, {}},
