@@ -206,52 +206,37 @@ TEST_F(AppSettingsTest, LabelsThatAreNotAJsonObjectOfStringsReadAsNoneAndUnencod
     EXPECT_EQ(store.string("backupSetLabels"), "{}");
 }
 
-class LaunchOnLoginTest : public AppSettingsTest {
-protected:
-    void SetUp() override {
-        const char* saved = std::getenv("XDG_CONFIG_HOME");
-        previous_ = saved ? std::optional<std::string>(saved) : std::nullopt;
-        ::setenv("XDG_CONFIG_HOME", (temp / "config").c_str(), 1);
-    }
-    void TearDown() override {
-        if (previous_)
-            ::setenv("XDG_CONFIG_HOME", previous_->c_str(), 1);
-        else
-            ::unsetenv("XDG_CONFIG_HOME");
-    }
-    fs::path entry() const { return temp / "config/autostart/tapekeep.desktop"; }
-
-private:
-    std::optional<std::string> previous_;
-};
-
-TEST_F(LaunchOnLoginTest, WritesAndRemovesTheAutostartEntry) {
+TEST_F(AppSettingsTest, LaunchOnLoginWritesAndRemovesTheAutostartEntryAndAFailureTurnsTheSwitchBack) {
+    const char* saved = std::getenv("XDG_CONFIG_HOME");
+    const std::optional<std::string> previous = saved ? std::optional<std::string>(saved) : std::nullopt;
+    ::setenv("XDG_CONFIG_HOME", (temp / "config").c_str(), 1);
+    const fs::path entry = temp / "config/autostart/tapekeep.desktop";
     auto settings = open();
-    EXPECT_EQ(AppSettings::autostartEntry(), entry());
-
+    EXPECT_EQ(AppSettings::autostartEntry(), entry);
     settings->setLaunchOnLogin(true);
     settings->applyLaunchOnLogin();
-    std::string text = readFile(entry());
-    EXPECT_TRUE(text.starts_with("[Desktop Entry]\n")) << text;
-    EXPECT_NE(text.find("\nType=Application\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("\nExec=\""), std::string::npos) << text;
-
+    const std::string text = readFile(entry);
+    EXPECT_TRUE(text.starts_with("[Desktop Entry]\n") &&
+                text.find("\nType=Application\n") != std::string::npos &&
+                text.find("\nExec=\"") != std::string::npos)
+        << text;
     settings->setLaunchOnLogin(false);
     settings->applyLaunchOnLogin();
-    EXPECT_FALSE(fs::exists(entry()));
+    EXPECT_FALSE(fs::exists(entry));
     EXPECT_NO_THROW(settings->applyLaunchOnLogin());  // removing what is gone is no failure
-}
 
-TEST_F(LaunchOnLoginTest, FailureSetsTheSwitchToWhatTheSystemNowHas) {
+    fs::remove_all(temp / "config/autostart");
     writeFile(temp / "config/autostart", "a file where the autostart folder should be");
-    auto settings = open();
     auto changes = countEmissions(*settings, &AppSettings::launchOnLoginChanged);
-
     settings->setLaunchOnLogin(true);
     settings->applyLaunchOnLogin();
-
     EXPECT_FALSE(settings->launchOnLogin());
     EXPECT_EQ(*changes, 2);
+    if (previous) {
+        ::setenv("XDG_CONFIG_HOME", previous->c_str(), 1);
+    } else {
+        ::unsetenv("XDG_CONFIG_HOME");
+    }
 }
 
 }  // namespace
