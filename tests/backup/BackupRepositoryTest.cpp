@@ -162,34 +162,26 @@ TEST_F(BackupRepositoryTest, ListVersionsNewestFirstWithLatestMarkedAndOnlyRealV
 
 // ---- staging and publishing -----------------------------------------------------------------
 
-TEST_F(BackupRepositoryTest, CreateStagingMakesTheSetAndAFreshHiddenFolder) {
-    const fs::path first = repository.createStaging(set), second = repository.createStaging(set);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(hiddenEntries(".incomplete-").size(), 2u);
-    EXPECT_EQ(first.filename().string().size(), std::string(".incomplete-").size() + 36);
-    EXPECT_TRUE(fs::is_directory(first) && fs::is_empty(first));
-    EXPECT_TRUE(repository.listVersions(set).empty());
-}
-
-TEST_F(BackupRepositoryTest, PublishRenamesStagingPointsLatestAtItAndAnnounces) {
-    const fs::path staging = makeStaging();
+TEST_F(BackupRepositoryTest, PublishTwiceInOneSecondNamesOneSecondApart) {
+    const fs::path staging = repository.createStaging(set), unused = repository.createStaging(set);
+    EXPECT_NE(staging, unused);
+    EXPECT_EQ(staging.filename().string().size(), std::string(".incomplete-").size() + 36);
+    EXPECT_TRUE(fs::is_directory(staging) && fs::is_empty(staging));
+    writeFile(staging / "Songs/new.m8s", "staged");
     // The set folder may be written differently from the one the staging folder was made in.
     const fs::path version =
-        repository.publishStaging(staging, base / "." / "M8_ABCD1234/", at("2025-06-01-101500"), {});
+        repository.publishStaging(staging, base / "." / "M8_ABCD1234/", at("2025-06-01-101500") + 100ms, {});
     EXPECT_EQ(version.lexically_normal(), set / "backup-2025-06-01-101500");
     EXPECT_FALSE(fs::exists(staging));
     EXPECT_EQ(readFile(version / "Songs/new.m8s"), "staged");
     EXPECT_EQ(latestText(), "backup-2025-06-01-101500");
     EXPECT_EQ(BackupRepository::resolvePreviousVersion(set), fs::canonical(version));
     EXPECT_EQ(changeNotifications, 1);
-    EXPECT_TRUE(hiddenEntries(".latest-").empty());
-}
 
-TEST_F(BackupRepositoryTest, PublishTwiceInOneSecondNamesOneSecondApart) {
-    EXPECT_EQ(publish(at("2025-06-01-101500") + 100ms).filename(), "backup-2025-06-01-101500");
     EXPECT_EQ(publish(at("2025-06-01-101500") + 900ms).filename(), "backup-2025-06-01-101501");
     EXPECT_EQ(latestText(), "backup-2025-06-01-101501");
     EXPECT_EQ(changeNotifications, 2);
+    EXPECT_TRUE(hiddenEntries(".latest-").empty());
 }
 
 TEST_F(BackupRepositoryTest, PublishAfterTheClockWentBackNamesOneSecondAfterTheNewestAndStepsOverTakenNames) {
