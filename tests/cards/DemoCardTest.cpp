@@ -35,6 +35,12 @@ std::uint32_t littleEndian(const std::string& bytes, std::size_t offset, int wid
     return value;
 }
 
+std::string le(std::size_t value, int width) {
+    std::string bytes;
+    for (int index = 0; index < width; ++index) bytes += static_cast<char>((value >> (8 * index)) & 0xFF);
+    return bytes;
+}
+
 // A zero-ended text field, as the device stores names and paths.
 std::string textField(const std::string& bytes, std::size_t offset, std::size_t width) {
     std::string field = bytes.substr(offset, width);
@@ -146,18 +152,10 @@ TEST_F(DemoCardTest, SamplesAreAudiblePcmWaveFilesInSubfolders) {
         const std::string bytes = readFile(file);
         ASSERT_GE(bytes.size(), 1000u);
         EXPECT_LE(bytes.size(), 120'000u);
-        EXPECT_EQ(bytes.substr(0, 4) + bytes.substr(8, 8) + bytes.substr(36, 4), "RIFFWAVEfmt data");
-        // Chunk sizes, then PCM, mono, 44,100 frames and 88,200 bytes a second, 16 bits.
-        const std::vector<std::tuple<std::size_t, int, std::uint32_t>> fields{{4, 4, bytes.size() - 8},
-                                                                              {40, 4, bytes.size() - 44},
-                                                                              {16, 4, 16},
-                                                                              {20, 2, 1},
-                                                                              {22, 2, 1},
-                                                                              {24, 4, 44100},
-                                                                              {28, 4, 88200},
-                                                                              {34, 2, 16}};
-        for (const auto& [offset, width, value] : fields)
-            EXPECT_EQ(littleEndian(bytes, offset, width), value) << offset;
+        // PCM, mono, 44,100 frames and 88,200 bytes a second, 16 bits, one data chunk to the end.
+        EXPECT_EQ(bytes.substr(0, 44), "RIFF" + le(bytes.size() - 8, 4) + "WAVEfmt " + le(16, 4) + le(1, 2) +
+                                           le(1, 2) + le(44100, 4) + le(88200, 4) + le(2, 2) + le(16, 2) +
+                                           "data" + le(bytes.size() - 44, 4));
         int loudest = 0;
         for (std::size_t offset = 44; offset + 1 < bytes.size(); offset += 2)
             loudest = std::max(loudest, std::abs(static_cast<std::int16_t>(littleEndian(bytes, offset, 2))));

@@ -145,23 +145,12 @@ TEST(VolumeScannerExclusionListTest, SplitsAtCommasTrimsAndReadsOnlyTheFirst1024
         EXPECT_EQ(VolumeScanner::parseExclusionList(setting), expected);
 }
 
-TEST_F(VolumeScannerTest, FindsCardsOfEitherMarkerSortedAsAFileBrowserSortsNames) {
+// Cards of either marker, sorted as a file browser sorts names, beside every way of being left out,
+// each logged with its reason; only external volumes with a UUID are examined, and only those
+// without the marker count as excluded.
+TEST_F(VolumeScannerTest, FindsCardsSortedByNameAndLeavesOutEachKindOfVolumeSayingWhy) {
     const path ten = cardWithFolders("Card 10");
     cardWithStartupFile("Card 2");
-    cardWithFolders("card 3");
-    const auto result =
-        scanner(disksByName(
-                    {{"Card 10", external("U10")}, {"Card 2", external("U2")}, {"card 3", external("U3")}}))
-            .scan();
-    EXPECT_EQ(namesOf(result.cards), (std::vector<std::string>{"Card 2", "card 3", "Card 10"}));
-    EXPECT_EQ(result.cards.back(), (SDCard{ten, "Card 10", "U10"}));
-    EXPECT_EQ(result.examinedCount, 3);
-    EXPECT_EQ(result.excludedCount, 0);
-}
-
-// Every way of being left out, side by side, each logged with its reason; only external volumes
-// with a UUID are examined, and only those without the marker count as excluded.
-TEST_F(VolumeScannerTest, LeavesOutEachKindOfVolumeAndSaysWhy) {
     for (const auto& name : VolumeScanner::defaultExcludedNames()) cardWithFolders(name);
     settings.setValue("excludedVolumes", " Mine ,, B\t,");
     for (const char* name : {"Mine", "B", "b", "M8", "Camera", "NoId", "Inside", "Broken"})
@@ -174,7 +163,8 @@ TEST_F(VolumeScannerTest, LeavesOutEachKindOfVolumeAndSaysWhy) {
     std::map<std::string, DiskInfo> disks{{"Camera", external("C")},     {"NoId", external("")},
                                           {"NoIdStartup", external("")}, {"Inside", {"I", true}},
                                           {"M8", external("M")},         {"b", external("lower")}};
-    for (const char* name : {"Mine", "B", "Gone", "Plain file", "Data"}) disks[name] = external(name);
+    for (const char* name : {"Mine", "B", "Gone", "Plain file", "Data", "Card 10", "Card 2"})
+        disks[name] = external(name);
 
     Log::setThreshold(Log::Level::debug);
     ::testing::internal::CaptureStderr();
@@ -182,13 +172,14 @@ TEST_F(VolumeScannerTest, LeavesOutEachKindOfVolumeAndSaysWhy) {
     const std::string logged = ::testing::internal::GetCapturedStderr();
     Log::setThreshold(Log::Level::error);
 
-    EXPECT_EQ(namesOf(result.cards), (std::vector<std::string>{"b", "M8"}));
-    EXPECT_EQ(result.examinedCount, 3);
+    EXPECT_EQ(namesOf(result.cards), (std::vector<std::string>{"b", "Card 2", "Card 10", "M8"}));
+    EXPECT_EQ(result.cards[2], (SDCard{ten, "Card 10", "Card 10"}));
+    EXPECT_EQ(result.examinedCount, 5);
     EXPECT_EQ(result.excludedCount, 1);
     auto probed = record->probedNames();
     std::sort(probed.begin(), probed.end());
-    EXPECT_EQ(probed,
-              (std::vector<std::string>{"Broken", "Camera", "Inside", "M8", "NoId", "NoIdStartup", "b"}));
+    EXPECT_EQ(probed, (std::vector<std::string>{"Broken", "Camera", "Card 10", "Card 2", "Inside", "M8",
+                                                "NoId", "NoIdStartup", "b"}));
     for (const char* line :
          {"Excluded volume 'Data' reason=defaultExclusion", "Excluded volume 'Mine' reason=userExclusion",
           "Excluded volume 'Gone' reason=notDirectory", "Excluded volume 'Camera' reason=notM8Card",
