@@ -1,9 +1,7 @@
 #include "platform/LinuxDiskIdentity.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -15,19 +13,10 @@
 #include "platform/DiskIdentityError.h"
 #include "platform/LsblkOutputParser.h"
 #include "platform/MountTable.h"
+#include "platform/SystemTools.h"
 
 namespace tapekeep::LinuxDiskIdentity {
 namespace {
-
-// Distributions keep lsblk and blkid in different bin folders, and the runner does not search PATH.
-std::string toolPath(const std::string& name) {
-    static constexpr std::array folders{"/usr/bin/", "/bin/", "/usr/sbin/", "/sbin/"};
-    for (const char* folder : folders) {
-        const std::string candidate = folder + name;
-        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-    }
-    return folders.front() + name;  // fails to start, which reports the missing tool
-}
 
 bool isBlockDevice(const std::string& source) {
     if (!source.starts_with('/')) return false;
@@ -45,7 +34,7 @@ bool isLoopDevice(const std::string& device) {
 
 std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments, std::stop_token token) {
     throwIfCancelled(token);
-    ProcessResult result = ProcessRunner::shared().run(toolPath(tool), arguments, {}, token);
+    ProcessResult result = ProcessRunner::shared().run(SystemTools::pathOf(tool), arguments, {}, token);
     throwIfCancelled(token);
     if (result.status != 0) throw ProcessExitError(result.status, std::move(result.output));
     return std::move(result.output);
