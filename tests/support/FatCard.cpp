@@ -3,10 +3,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <stdexcept>
 #include <thread>
+
+#include "platform/MountTable.h"
 
 namespace tapekeep::test {
 
@@ -37,6 +40,13 @@ std::string trimmedOutput(const std::string& command) {
 }
 
 bool haveCommand(const std::string& name) { return runShell("command -v " + name + " >/dev/null") == 0; }
+
+bool isMountPoint(const std::filesystem::path& path) {
+    const MountTable table = MountTable::readLive();
+    const auto& entries = table.entries();
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const MountTable::Entry& entry) { return entry.mountPoint == path; });
+}
 
 }  // namespace
 
@@ -78,9 +88,10 @@ void FatCard::mount() {
 
 void FatCard::unmount() {
     if (!mounted_) return;
-    // fusefat writes back lazily; a busy mount is retried briefly before giving up.
+    // fusefat writes back lazily; a busy mount is retried briefly before giving up. A card that was
+    // ejected by the code under test is done.
     for (int attempt = 0; attempt < 20; ++attempt) {
-        if (runShell("fusermount -u " + shellQuote(mountPath_.string())) == 0) {
+        if (!isMountPoint(mountPath_) || runShell("fusermount -u " + shellQuote(mountPath_.string())) == 0) {
             mounted_ = false;
             return;
         }
