@@ -11,9 +11,9 @@ struct BackupFreshness {
     Kind kind = Kind::checking;
     int added = 0, modified = 0, deleted = 0;  // for changes
 
-    static BackupFreshness checking() { return {Kind::checking}; }
-    static BackupFreshness noBackup() { return {Kind::noBackup}; }
-    static BackupFreshness upToDate() { return {Kind::upToDate}; }
+    static BackupFreshness checking() { return {Kind::checking, 0, 0, 0}; }
+    static BackupFreshness noBackup() { return {Kind::noBackup, 0, 0, 0}; }
+    static BackupFreshness upToDate() { return {Kind::upToDate, 0, 0, 0}; }
     static BackupFreshness changes(int added, int modified, int deleted) {
         return {Kind::changes, added, modified, deleted};
     }
