@@ -152,6 +152,11 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
             OperationLock::shared().release(held->second);
             leases_.erase(held);
         }
+        // Only now, with the run gone, may the card be compared again: the comparisons asked for
+        // during the run (its own publication among them) were turned away while it ran.
+        std::error_code error;
+        if (const SDCard* present = detectedCard(uuid); present && fs::exists(present->mountPath, error))
+            refreshFreshness(*present);
         emit backupFinished(QString::fromStdString(uuid));
     });
 }
@@ -270,7 +275,6 @@ void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& o
         dependencies_.feedback->playSound(settings_.completionSoundName().toStdString());
     if (dependencies_.feedback && settings_.notifyOnCompletion())
         dependencies_.feedback->notify("Backup Complete", card.volumeName + ": " + message);
-    refreshFreshness(card);
 }
 
 void BackupViewModel::completeFailure(const SDCard& card, const std::exception_ptr& error) {
