@@ -1,55 +1,17 @@
 #include "cli/BackupCommand.h"
 
-#include <unistd.h>
-
 #include <nlohmann/json.hpp>
 
-#include "app/AppSettings.h"
-#include "backup/BackupOperation.h"
-#include "backup/BackupProgressTracker.h"
-#include "backup/ProgressLineParser.h"
-#include "cards/OperationLock.h"
-#include "cards/OperationLockError.h"
-#include "cards/VolumeScanner.h"
 #include "cli/CliError.h"
-#include "cli/ProgressBar.h"
-#include "cli/SignalCancellation.h"
+#include "cli/ControllerSession.h"
 #include "core/Cancelled.h"
-#include "workflows/BackupRequestFactory.h"
-#include "workflows/BackupVolumeCheck.h"
 
 namespace tapekeep::cli {
 namespace fs = std::filesystem;
 
 namespace {
 
-// Sorts the run's output: progress lines feed the bar, progress noise is dropped, the rest is the log.
-class BackupConsole {
-public:
-    explicit BackupConsole(std::ostream& err) : bar_(err, ::isatty(STDERR_FILENO) == 1) {}
-
-    void line(const std::string& text) {
-        if (auto progress = parseProgressLine(text)) {
-            bar_.update(tracker_.feed(*progress), tracker_.filesRemaining());
-            return;
-        }
-        if (isProgressNoise(text)) return;
-        bar_.printLine(text);
-    }
-
-    void event(const TransferEvent& event) {
-        tracker_.apply(event);
-        if (event.kind == TransferEvent::Kind::transferFinished)
-            bar_.update(tracker_.displayedProgress.value_or(1.0), tracker_.filesRemaining());
-    }
-
-    void finish() { bar_.clear(); }
-
-private:
-    ProgressBar bar_;
-    BackupProgressTracker tracker_;
-};
-
+// This call's choices, on top of the settings.
 struct BackupOptions {
     std::optional<fs::path> destination;
     std::optional<int> keep;
@@ -58,6 +20,7 @@ struct BackupOptions {
     std::vector<std::string> songs;
     bool verify = false;
     std::optional<std::string> mismatchAction;
+    bool all = false;
 };
 
 std::vector<std::string> commaSeparated(const std::optional<std::string>& text) {
@@ -81,84 +44,102 @@ BackupOptions takeOptions(Arguments& arguments) {
     options.songs = commaSeparated(arguments.takeValue("--songs"));
     options.verify = arguments.takeFlag("--verify");
     options.mismatchAction = arguments.takeValue("--mismatch");
+    options.all = arguments.takeFlag("--all");
     if (options.mismatchAction && *options.mismatchAction != "retry" && *options.mismatchAction != "flag" &&
         *options.mismatchAction != "abort")
         throw UsageError("--mismatch takes retry, flag or abort, not \"" + *options.mismatchAction + "\".");
     return options;
 }
 
-// The request as the desktop application builds it, with this call's --base and --rsync.
-BackupRequest requestFor(CliContext& context, const SDCard& card, const BackupOptions& options) {
-    BackupChoice choice;
-    choice.destinationOverride = options.destination;
-    choice.selectedFolders = options.folders;
-    choice.selectedSongs = options.songs;
-    choice.selective = !options.folders.empty() || !options.songs.empty();
-    BackupRequest request = makeBackupRequest(card, context.settings(), choice);
-    const fs::path baseFolder = context.baseFolder();
-    request.baseURL = options.destination.value_or(baseFolder);
-    request.forceFullCopy = needsFullCopy(options.destination, baseFolder);
-    request.rsyncPath = context.rsyncPath();
-    if (options.keep) request.keepCount = *options.keep;
-    if (options.noRotate) request.rotate = false;
-    if (options.verify) request.verify = true;
-    if (options.mismatchAction) request.mismatchAction = *options.mismatchAction;
-    return request;
+BackupViewModel::Dependencies dependenciesFor(const BackupOptions& options) {
+    BackupViewModel::Dependencies dependencies;
+    dependencies.watchCards = false;
+    dependencies.adjustRequest = [options](BackupRequest& request) {
+        if (options.keep) request.keepCount = *options.keep;
+        if (options.noRotate) request.rotate = false;
+        if (options.verify) request.verify = true;
+        if (options.mismatchAction) request.mismatchAction = *options.mismatchAction;
+        if (!options.folders.empty() || !options.songs.empty()) {
+            request.selectedFolders = options.folders;
+            request.selectedSongs = options.songs;
+            request.selective = true;
+        }
+    };
+    return dependencies;
 }
 
-Lease acquireBackupLease(const SDCard& card) {
-    try {
-        return OperationLock::shared().acquire(VolumeUUID{card.diskUtilUUID}, OperationKind::backup);
-    } catch (const OperationLockError& conflict) {
-        throw Error("Cannot start backup — " + std::string(rawValue(conflict.existing())) +
-                    " in progress on this card.");
+nlohmann::json textOrNull(const std::optional<std::string>& text) {
+    return text ? nlohmann::json(*text) : nlohmann::json(nullptr);
+}
+
+// One card's run, as the output and the exit code report it.
+struct CardResult {
+    std::string uuid;
+    std::optional<std::string> version, warning, error;
+    bool cancelled = false;
+};
+
+CardResult backUp(ControllerSession& session, const SDCard& card, const BackupOptions& options) {
+    if (options.destination) session.viewModel().prepareBackup(card, options.destination);
+    const CardState state = session.backup(card);
+    CardResult result{card.diskUtilUUID, {}, {}, {}, false};
+    if (state.kind == CardState::Kind::success) {
+        const auto outcome = session.viewModel().lastOutcome(card.diskUtilUUID);
+        if (outcome) result.version = outcome->versionURL.string();
+        if (outcome) result.warning = outcome->warning;
+    } else {
+        result.error = state.message;
+        result.cancelled = state.message == "Backup was cancelled.";
     }
+    return result;
 }
 
-void printOutcome(CliContext& context, const BackupOutcome& outcome) {
-    if (context.json()) {
-        context.out() << nlohmann::json{{"version", outcome.versionURL.string()},
-                                        {"warning", outcome.warning ? nlohmann::json(*outcome.warning)
-                                                                    : nlohmann::json(nullptr)}}
+int reportOne(CliContext& context, const CardResult& result) {
+    if (result.error) {
+        context.err() << *result.error << '\n';
+        return result.cancelled ? ExitCode::cancelled : ExitCode::failed;
+    }
+    if (context.json())
+        context.out() << nlohmann::json{{"version", textOrNull(result.version)}, {"warning", textOrNull(result.warning)}}
                              .dump(2)
                       << '\n';
-        return;
+    else
+        context.out() << result.version.value_or("") << '\n';
+    return ExitCode::done;
+}
+
+int reportAll(CliContext& context, const std::vector<CardResult>& results) {
+    int code = ExitCode::done;
+    auto list = nlohmann::json::array();
+    for (const auto& result : results) {
+        list.push_back({{"uuid", result.uuid},
+                        {"version", textOrNull(result.version)},
+                        {"warning", textOrNull(result.warning)},
+                        {"error", textOrNull(result.error)}});
+        if (result.cancelled) code = ExitCode::cancelled;
+        else if (result.error && code == ExitCode::done) code = ExitCode::failed;
+        if (!context.json())
+            context.out() << result.uuid << '\t' << (result.error ? "failed: " + *result.error : *result.version)
+                          << '\n';
     }
-    context.out() << outcome.versionURL.string() << '\n';
+    if (context.json()) context.out() << nlohmann::json{{"results", list}}.dump(2) << '\n';
+    return code;
 }
 
 }  // namespace
 
 int BackupCommand::run(CliContext& context, Arguments arguments) {
-    SignalCancellation interrupts;
     const BackupOptions options = takeOptions(arguments);
-    const auto operands = arguments.operands(1, 1, usage());
-    const SDCard card = context.resolveCard(operands.front(), interrupts.token());
-    const BackupRequest request = requestFor(context, card, options);
-    if (request.card.diskUtilUUID.empty()) throw Error("Missing volume UUID — reconnect card and retry.");
-
-    const Lease lease = acquireBackupLease(card);
-    BackupConsole console(context.err());
-    try {
-        const auto outcome = BackupOperation::run(
-            request, [&](const std::string& line) { console.line(line); },
-            [&](const TransferEvent& event) { console.event(event); }, BackupOperation::defaultRsyncRunner(),
-            makeVolumeValidator([&context] { return context.makeScanner(); }), interrupts.token());
-        console.finish();
-        OperationLock::shared().release(lease);
-        printOutcome(context, outcome);
-        return ExitCode::done;
-    } catch (const Cancelled&) {
-        console.finish();
-        OperationLock::shared().release(lease);
-        context.err() << "Backup cancelled. No incomplete version was published.\n";
-        context.err() << "Backup was cancelled.\n";
-        return ExitCode::cancelled;
-    } catch (...) {
-        console.finish();
-        OperationLock::shared().release(lease);
-        throw;
+    const auto operands = arguments.operands(options.all ? 0 : 1, options.all ? 0 : 1, usage());
+    ControllerSession session(context, dependenciesFor(options));
+    session.scan();
+    if (!options.all) return reportOne(context, backUp(session, session.card(operands.front()), options));
+    std::vector<CardResult> results;
+    for (const auto& card : session.viewModel().detectedCards()) {
+        if (session.interrupted()) break;
+        results.push_back(backUp(session, card, options));
     }
+    return reportAll(context, results);
 }
 
 }  // namespace tapekeep::cli

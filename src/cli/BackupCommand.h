@@ -12,7 +12,7 @@ class BackupCommand : public Command {
 public:
     [[nodiscard]] std::string name() const override { return "backup"; }
     [[nodiscard]] std::string usage() const override {
-        return "tapekeep-cli backup CARD [--dest DIR] [--folders A,B] [--songs P,Q] [--verify] "
+        return "tapekeep-cli backup CARD|--all [--dest DIR] [--folders A,B] [--songs P,Q] [--verify] "
                "[--mismatch retry|flag|abort] [--keep N] [--no-rotate]";
     }
     int run(CliContext& context, Arguments arguments) override;

@@ -52,11 +52,14 @@ std::unique_ptr<VolumeScanner> CliContext::makeScanner() {
 }
 
 SDCard CliContext::resolveCard(const std::string& text, std::stop_token token) {
-    const auto result = makeScanner()->scan(token);
-    for (const auto& card : result.cards)
+    return pickCard(makeScanner()->scan(token).cards, text);
+}
+
+SDCard CliContext::pickCard(const std::vector<SDCard>& cards, const std::string& text) {
+    for (const auto& card : cards)
         if (card.diskUtilUUID == text) return card;
     std::vector<SDCard> named;
-    for (const auto& card : result.cards)
+    for (const auto& card : cards)
         if (card.volumeName == text) named.push_back(card);
     if (named.size() == 1) return named.front();
     if (named.size() > 1)

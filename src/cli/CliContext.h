@@ -50,6 +50,7 @@ public:
     [[nodiscard]] std::unique_ptr<VolumeScanner> makeScanner();
     // A card by UUID, or by a volume name that only one detected card has. Throws UsageError.
     SDCard resolveCard(const std::string& text, std::stop_token token);
+    static SDCard pickCard(const std::vector<SDCard>& cards, const std::string& text);
     // A set by its folder name, and one of its versions by folder name or "latest": never a path
     // that leads anywhere else. Throw UsageError.
     std::filesystem::path resolveSet(const std::string& name);

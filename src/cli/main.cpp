@@ -1,3 +1,5 @@
+#include <QCoreApplication>
+
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -6,6 +8,7 @@
 #include "cli/BackupCommand.h"
 #include "cli/CardsCommand.h"
 #include "cli/ChangesCommand.h"
+#include "cli/EjectCommand.h"
 #include "cli/CliError.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
@@ -13,6 +16,7 @@
 #include "cli/SummaryCommand.h"
 #include "cli/UsageCommand.h"
 #include "cli/VersionsCommand.h"
+#include "cli/WatchCommand.h"
 #include "backup/RsyncLogStore.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
@@ -33,6 +37,8 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<SummaryCommand>());
     commands.push_back(std::make_unique<UsageCommand>());
     commands.push_back(std::make_unique<ChangesCommand>());
+    commands.push_back(std::make_unique<EjectCommand>());
+    commands.push_back(std::make_unique<WatchCommand>());
     return commands;
 }
 
@@ -88,6 +94,7 @@ int runCommand(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    QCoreApplication application(argc, argv);  // the controllers' event loop
     std::vector<std::string> words(argv + 1, argv + argc);
     RsyncLogStore::shared().prune(30);
     try {

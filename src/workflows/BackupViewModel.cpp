@@ -301,7 +301,8 @@ void BackupViewModel::setState(const std::string& uuid, CardState state) {
 
 void BackupViewModel::onMountsChanged() {
     // Only a card that was not there before a mount may start a countdown.
-    if (settings_.autoBackupOnConnect() && !armAfterScan_) {
+    const bool autoBackup = dependencies_.autoBackupOnConnectOverride.value_or(settings_.autoBackupOnConnect());
+    if (autoBackup && !armAfterScan_) {
         std::set<std::string> present;
         for (const auto& card : detectedCards_) present.insert(card.diskUtilUUID);
         armAfterScan_ = present;
@@ -350,6 +351,11 @@ std::optional<BackupFreshness> BackupViewModel::cardFreshness(const std::string&
 std::optional<BackupInfo> BackupViewModel::cardBackupInfo(const std::string& uuid) const {
     auto found = cardBackupInfo_.find(uuid);
     return found == cardBackupInfo_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<BackupOutcome> BackupViewModel::lastOutcome(const std::string& uuid) const {
+    auto found = lastOutcomes_.find(uuid);
+    return found == lastOutcomes_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<FileDiff> BackupViewModel::cardQuickDiffs(const std::string& uuid) const {

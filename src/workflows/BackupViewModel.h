@@ -86,6 +86,7 @@ public:
         SettingsStore* store = nullptr;          // not owned; where card summaries are cached, if anywhere
         std::optional<std::filesystem::path> baseFolderOverride;  // a front end's --base
         std::optional<std::string> rsyncPathOverride;             // a front end's --rsync
+        std::optional<bool> autoBackupOnConnectOverride;          // a front end's --auto
         // A front end's one-call choices (kept versions, verification, parts of the card).
         std::function<void(BackupRequest& request)> adjustRequest;
         bool watchCards = true;                  // follow changes on each detected card
@@ -131,6 +132,8 @@ public:
     [[nodiscard]] std::vector<FileDiff> cardQuickDiffs(const std::string& uuid) const;
     [[nodiscard]] bool isRunning(const std::string& uuid) const { return runningTasks_.contains(uuid); }
     [[nodiscard]] bool hasCountdown(const std::string& uuid) const { return autoBackupTasks_.contains(uuid); }
+    // What the card's last successful run published, for front ends that print it.
+    [[nodiscard]] std::optional<BackupOutcome> lastOutcome(const std::string& uuid) const;
 
     // Property getters for QML.
     [[nodiscard]] QVariantList detectedCardsVariant() const;
@@ -263,6 +266,7 @@ private:
     std::set<std::string> cardDiffLoading_;
     std::map<std::string, std::filesystem::path> destinationOverride_;
     std::map<std::string, std::vector<FileDiff>> cardQuickDiffs_;
+    std::map<std::string, BackupOutcome> lastOutcomes_;
 
     std::map<std::string, BackgroundTasks::Id> runningTasks_;
     std::map<std::string, BackgroundTasks::Id> autoBackupTasks_;

@@ -265,6 +265,7 @@ void BackupViewModel::completeRun(const SDCard& card, const RunResult& result, c
 
 void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& outcome, const fs::path&) {
     const std::string& uuid = card.diskUtilUUID;
+    lastOutcomes_[uuid] = outcome;
     loadRepositoryFacts(card);
     const auto start = cardStartTime_.find(uuid);
     const std::string message = outcome.warning.value_or(
@@ -279,6 +280,7 @@ void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& o
 
 void BackupViewModel::completeFailure(const SDCard& card, const std::exception_ptr& error) {
     const std::string& uuid = card.diskUtilUUID;
+    lastOutcomes_.erase(uuid);
     if (isCancellation(error)) {
         appendLog(uuid, "Backup cancelled. No incomplete version was published.");
         setState(uuid, CardState::failed("Backup was cancelled."));

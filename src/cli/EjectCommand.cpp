@@ -1,0 +1,33 @@
+#include "cli/EjectCommand.h"
+
+#include <nlohmann/json.hpp>
+
+#include "cli/CliError.h"
+#include "cli/ControllerSession.h"
+
+namespace tapekeep::cli {
+
+int EjectCommand::run(CliContext& context, Arguments arguments) {
+    const auto operands = arguments.operands(1, 1, usage());
+    BackupViewModel::Dependencies dependencies;
+    dependencies.watchCards = false;
+    ControllerSession session(context, std::move(dependencies));
+    session.scan();
+    const SDCard card = session.card(operands.front());
+    std::optional<std::string> failure;
+    QObject guard;
+    QObject::connect(&session.viewModel(), &BackupViewModel::ejectFinished, &guard,
+                     [&](const QString& uuid, const QString& error) {
+                         if (uuid.toStdString() == card.diskUtilUUID) failure = error.toStdString();
+                     });
+    session.viewModel().ejectCard(card);
+    session.runUntil([&] { return failure.has_value(); });
+    if (!failure->empty()) throw Error(*failure);
+    if (context.json())
+        context.out() << nlohmann::json{{"ejected", true}}.dump() << '\n';
+    else
+        context.out() << card.volumeName << " ejected.\n";
+    return ExitCode::done;
+}
+
+}  // namespace tapekeep::cli
