@@ -54,6 +54,7 @@ BackupOptions takeOptions(Arguments& arguments) {
 BackupViewModel::Dependencies dependenciesFor(const BackupOptions& options) {
     BackupViewModel::Dependencies dependencies;
     dependencies.watchCards = false;
+    dependencies.followCardContent = false;  // a one-off call has no card view to keep fresh
     dependencies.adjustRequest = [options](BackupRequest& request) {
         if (options.keep) request.keepCount = *options.keep;
         if (options.noRotate) request.rotate = false;

@@ -11,6 +11,7 @@ int EjectCommand::run(CliContext& context, Arguments arguments) {
     const auto operands = arguments.operands(1, 1, usage());
     BackupViewModel::Dependencies dependencies;
     dependencies.watchCards = false;
+    dependencies.followCardContent = false;  // a one-off call has no card view to keep fresh
     ControllerSession session(context, std::move(dependencies));
     session.scan();
     const SDCard card = session.card(operands.front());

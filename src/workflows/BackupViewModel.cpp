@@ -159,7 +159,7 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
         if (!cardLogs_.contains(card.diskUtilUUID)) assign(cardLogs_, card.diskUtilUUID, std::vector<std::string>{},
                                                            &BackupViewModel::cardLogsChanged);
         loadRepositoryFacts(card);
-        if (!isRunning(card.diskUtilUUID)) {
+        if (dependencies_.followCardContent && !isRunning(card.diskUtilUUID)) {
             refreshFreshness(card);
             scanContent(card);
         }

@@ -90,6 +90,7 @@ public:
         // A front end's one-call choices (kept versions, verification, parts of the card).
         std::function<void(BackupRequest& request)> adjustRequest;
         bool watchCards = true;                  // follow changes on each detected card
+        bool followCardContent = true;           // compare each card with its backup and count its files
         std::chrono::milliseconds flushDelay{250};
         std::chrono::milliseconds freshnessQuietTime{2000};  // after a card's last change report
         std::vector<std::chrono::milliseconds> ejectWaits{std::chrono::milliseconds(0),

@@ -97,7 +97,7 @@ void BackupViewModel::cancelCountdown(const SDCard& card) {
 
 void BackupViewModel::refreshFreshness(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
-    if (isRunning(uuid)) return;
+    if (!dependencies_.followCardContent || isRunning(uuid)) return;
     if (freshnessTasks_.contains(uuid)) {
         freshnessRerun_.insert(uuid);
         return;
@@ -164,7 +164,7 @@ void BackupViewModel::stopCachedWork(const std::string& uuid) {
 
 void BackupViewModel::scanContent(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
-    if (contentScanTasks_.contains(uuid)) return;
+    if (!dependencies_.followCardContent || contentScanTasks_.contains(uuid)) return;
     if (dependencies_.store != nullptr && !cardContentSummary_.contains(uuid)) {
         if (auto cached = M8ContentScanner::cachedSummary(uuid, *dependencies_.store))
             assign(cardContentSummary_, uuid, *cached, &BackupViewModel::cardContentSummaryChanged);
