@@ -8,7 +8,6 @@
 // Usage: song_parser_fuzz [seconds = 60] [seed = random] [fixtures folder]
 
 #include <stdlib.h>
-#include <utf8proc.h>
 
 #include <algorithm>
 #include <chrono>
@@ -27,6 +26,7 @@
 
 #include "content/M8SongParser.h"
 #include "core/Formatting.h"
+#include "core/Utf8.h"
 
 namespace {
 
@@ -201,18 +201,6 @@ private:
 
     std::mt19937_64 random_;
 };
-
-bool isValidUtf8(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    for (std::size_t offset = 0; offset < text.size();) {
-        utf8proc_int32_t codePoint;
-        const auto length =
-            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
-        if (length <= 0) return false;
-        offset += static_cast<std::size_t>(length);
-    }
-    return true;
-}
 
 // What every accepted song must satisfy; empty when it does, else what broke.
 std::string brokenPromise(const M8SongMetadata& song, const std::vector<std::string>& samplePaths) {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utf8proc.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +14,7 @@
 #include "core/Cancelled.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
+#include "core/Utf8.h"
 #include "core/Uuid.h"
 #include "platform/FileTimes.h"
 #include "platform/NoReplaceRename.h"
@@ -216,43 +216,6 @@ const StagingCandidate* retainedFailure(const std::vector<StagingCandidate>& sta
 }
 
 // ---- notes --------------------------------------------------------------------------------
-
-bool isWhitespaceOrNewline(utf8proc_int32_t codePoint) {
-    if ((codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85) return true;
-    const auto category = utf8proc_category(codePoint);
-    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
-           category == UTF8PROC_CATEGORY_ZP;
-}
-
-// Trims Unicode white space and line breaks from both ends; bytes that are not UTF-8 are kept.
-std::string trimmedWhitespace(const std::string& text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    std::size_t begin = text.size(), end = 0;
-    for (std::size_t offset = 0; offset < text.size();) {
-        utf8proc_int32_t codePoint = -1;
-        auto length =
-            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
-        if (length <= 0) length = 1;
-        if (codePoint < 0 || !isWhitespaceOrNewline(codePoint)) {
-            begin = std::min(begin, offset);
-            end = offset + static_cast<std::size_t>(length);
-        }
-        offset += static_cast<std::size_t>(length);
-    }
-    return begin < end ? text.substr(begin, end - begin) : std::string();
-}
-
-bool isValidUtf8(const std::string& text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    for (std::size_t offset = 0; offset < text.size();) {
-        utf8proc_int32_t codePoint;
-        const auto length =
-            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
-        if (length <= 0) return false;
-        offset += static_cast<std::size_t>(length);
-    }
-    return true;
-}
 
 // The whole regular file, a symbolic link not followed; absent on any failure.
 std::optional<std::string> readRegularFile(const fs::path& file) {

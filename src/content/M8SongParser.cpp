@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utf8proc.h>
 
 #include <algorithm>
 #include <bit>
@@ -13,6 +12,7 @@
 #include <utility>
 
 #include "content/M8InstrumentError.h"
+#include "core/Utf8.h"
 #include "core/Uuid.h"
 
 namespace tapekeep::M8SongParser {
@@ -153,18 +153,6 @@ std::optional<Layout> songLayout(std::string_view bytes) {
 
 std::string_view upToFirstZero(std::string_view text) {
     return text.substr(0, text.find('\0'));
-}
-
-bool isValidUtf8(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    for (std::size_t offset = 0; offset < text.size();) {
-        utf8proc_int32_t codePoint;
-        const auto length =
-            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
-        if (length <= 0) return false;
-        offset += static_cast<std::size_t>(length);
-    }
-    return true;
 }
 
 std::string latin1ToUtf8(std::string_view bytes) {

@@ -16,6 +16,7 @@
 #include "content/M8SongParser.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
+#include "core/Utf8.h"
 
 namespace tapekeep::BrowseFileService {
 namespace fs = std::filesystem;
@@ -69,31 +70,6 @@ std::string lowercased(std::string_view text) {
         offset += static_cast<std::size_t>(length);
     }
     return result;
-}
-
-bool isWhitespaceOrNewline(utf8proc_int32_t codePoint) {
-    if ((codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85) return true;
-    const auto category = utf8proc_category(codePoint);
-    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
-           category == UTF8PROC_CATEGORY_ZP;
-}
-
-// Trims Unicode white space and line breaks from both ends; bytes that are not UTF-8 are kept.
-std::string trimmedWhitespace(const std::string& text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    std::size_t begin = text.size(), end = 0;
-    for (std::size_t offset = 0; offset < text.size();) {
-        utf8proc_int32_t codePoint = -1;
-        auto length =
-            utf8proc_iterate(bytes + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
-        if (length <= 0) length = 1;
-        if (codePoint < 0 || !isWhitespaceOrNewline(codePoint)) {
-            begin = std::min(begin, offset);
-            end = offset + static_cast<std::size_t>(length);
-        }
-        offset += static_cast<std::size_t>(length);
-    }
-    return begin < end ? text.substr(begin, end - begin) : std::string();
 }
 
 std::string lowercasedExtension(const fs::path& path) {

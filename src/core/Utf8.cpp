@@ -1,5 +1,8 @@
 #include "core/Utf8.h"
 
+#include <utf8proc.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -70,6 +73,21 @@ void appendMixed(std::string& out, std::string_view bytes) {
     }
 }
 
+// The length of the code point at `offset`, or 0 with no code point for bytes that are not UTF-8.
+std::size_t decodeAt(std::string_view text, std::size_t offset, utf8proc_int32_t& codePoint) {
+    codePoint = -1;
+    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()) + offset,
+                                         static_cast<utf8proc_ssize_t>(text.size() - offset), &codePoint);
+    return length > 0 ? static_cast<std::size_t>(length) : 0;
+}
+
+bool isWhitespaceOrNewline(utf8proc_int32_t codePoint) {
+    if ((codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x85) return true;
+    const auto category = utf8proc_category(codePoint);
+    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
+           category == UTF8PROC_CATEGORY_ZP;
+}
+
 }  // namespace
 
 void appendRepairedUtf8(std::string& out, std::string_view bytes) {
@@ -83,6 +101,30 @@ std::string repairUtf8(std::string_view bytes) {
     out.reserve(bytes.size());
     appendRepairedUtf8(out, bytes);
     return out;
+}
+
+bool isValidUtf8(std::string_view bytes) {
+    utf8proc_int32_t codePoint;
+    for (std::size_t offset = 0; offset < bytes.size();) {
+        const std::size_t length = decodeAt(bytes, offset, codePoint);
+        if (length == 0) return false;
+        offset += length;
+    }
+    return true;
+}
+
+std::string trimmedWhitespace(std::string_view text) {
+    std::size_t begin = text.size(), end = 0;
+    utf8proc_int32_t codePoint;
+    for (std::size_t offset = 0; offset < text.size();) {
+        const std::size_t length = std::max<std::size_t>(decodeAt(text, offset, codePoint), 1);
+        if (codePoint < 0 || !isWhitespaceOrNewline(codePoint)) {
+            begin = std::min(begin, offset);
+            end = offset + length;
+        }
+        offset += length;
+    }
+    return begin < end ? std::string(text.substr(begin, end - begin)) : std::string();
 }
 
 }  // namespace tapekeep

@@ -13,4 +13,11 @@ std::string repairUtf8(std::string_view bytes);
 // The same, appended to `out`, so that a caller decoding many lines can reuse one buffer.
 void appendRepairedUtf8(std::string& out, std::string_view bytes);
 
+// True when all of the bytes are well-formed UTF-8. Any thread.
+[[nodiscard]] bool isValidUtf8(std::string_view bytes);
+
+// The text without Unicode white space and line breaks at either end: tab to carriage return, NEL,
+// and the space, line and paragraph separators. Bytes that are not UTF-8 are kept. Any thread.
+[[nodiscard]] std::string trimmedWhitespace(std::string_view text);
+
 }  // namespace tapekeep

@@ -29,24 +29,27 @@ TEST(Utf8Test, ReplacesEachMaximalIllFormedSubpart) {
         {"Caf\xE9 Mix.m8s", "Caf" + R + " Mix.m8s"},
         {std::string("a\0b", 3), std::string("a\0b", 3)},
     };
-    for (const auto& [input, expected] : cases)
+    for (const auto& [input, expected] : cases) {
         EXPECT_EQ(repairUtf8(input), expected) << ::testing::PrintToString(input);
+        EXPECT_EQ(isValidUtf8(input), input == expected) << ::testing::PrintToString(input);
+    }
     std::string buffer = "line: ";
     appendRepairedUtf8(buffer, "ok\xC3");
     EXPECT_EQ(buffer, "line: ok" + R);
 }
 
-bool isValidUtf8(const std::string& text) {
-    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-    utf8proc_ssize_t offset = 0;
-    const auto size = static_cast<utf8proc_ssize_t>(text.size());
-    while (offset < size) {
-        utf8proc_int32_t codePoint = 0;
-        const auto length = utf8proc_iterate(bytes + offset, size - offset, &codePoint);
-        if (length <= 0) return false;
-        offset += length;
-    }
-    return true;
+TEST(Utf8Test, TrimsUnicodeWhitespaceAndLineBreaksAtBothEndsOnly) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {" \n\tZweite Zeile\nn\u00e4chste\u00a0\u2028\n", "Zweite Zeile\nn\u00e4chste"},
+        {"\v\f\r\u0085\u3000\u2029Kick\u2003", "Kick"},
+        {" \u3000\n", ""},
+        {"", ""},
+        {"\u200bZero width stays\u200b", "\u200bZero width stays\u200b"},  // a format character, no space
+        {" bad \xff\xfe bytes\t", "bad \xff\xfe bytes"},
+        {"\xC2 \xA0", "\xC2 \xA0"},  // a cut-off sequence is no space, nor is its stray byte
+    };
+    for (const auto& [input, expected] : cases)
+        EXPECT_EQ(trimmedWhitespace(input), expected) << ::testing::PrintToString(input);
 }
 
 std::string encode(utf8proc_int32_t codePoint) {
