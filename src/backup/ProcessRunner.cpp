@@ -16,7 +16,9 @@
 
 #include "backup/LineSplitter.h"
 #include "core/Cancelled.h"
+#include "core/FileDescriptor.h"
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
 #include "core/Utf8.h"
 
 extern char** environ;
@@ -25,31 +27,6 @@ namespace tapekeep {
 namespace {
 
 constexpr std::size_t readChunkSize = 64 * 1024;
-
-// Owns one file descriptor. Closing is never retried: after EINTR the descriptor is gone anyway.
-class FileDescriptor {
-public:
-    FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        if (this != &other) {
-            reset();
-            fd_ = std::exchange(other.fd_, -1);
-        }
-        return *this;
-    }
-    ~FileDescriptor() { reset(); }
-
-    [[nodiscard]] int get() const { return fd_; }
-    void reset() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-
-private:
-    int fd_ = -1;
-};
 
 struct Pipe {
     FileDescriptor readEnd;
@@ -64,18 +41,14 @@ Pipe makePipe(const std::string& executable) {
 }
 
 void pollRetrying(std::array<pollfd, 2>& watched, const std::string& executable) {
-    while (::poll(watched.data(), watched.size(), -1) < 0) {
-        if (errno != EINTR)
-            throw PosixError::fromErrno(errno, "Could not wait for the output of " + executable);
-    }
+    if (retryingInterrupts([&] { return ::poll(watched.data(), watched.size(), -1); }) < 0)
+        throw PosixError::fromErrno(errno, "Could not wait for the output of " + executable);
 }
 
 ssize_t readRetrying(int fd, char* buffer, std::size_t size, const std::string& executable) {
-    for (;;) {
-        const ssize_t count = ::read(fd, buffer, size);
-        if (count >= 0) return count;
-        if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not read the output of " + executable);
-    }
+    const ssize_t count = retryingInterrupts([&] { return ::read(fd, buffer, size); });
+    if (count < 0) throw PosixError::fromErrno(errno, "Could not read the output of " + executable);
+    return count;
 }
 
 // Nothing we run may kill us by closing a pipe early; children get the default action back.
@@ -306,14 +279,13 @@ private:
     int waitForExit() {
         const pid_t pid = childPid();
         siginfo_t info{};
-        while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0) {
-            if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not wait for a child process");
-        }
+        if (retryingInterrupts(
+                [&] { return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT); }) != 0)
+            throw PosixError::fromErrno(errno, "Could not wait for a child process");
         std::lock_guard guard(lock_);
         int waitStatus = 0;
-        while (::waitpid(pid, &waitStatus, 0) < 0) {
-            if (errno != EINTR) throw PosixError::fromErrno(errno, "Could not reap a child process");
-        }
+        if (retryingInterrupts([&] { return ::waitpid(pid, &waitStatus, 0); }) < 0)
+            throw PosixError::fromErrno(errno, "Could not reap a child process");
         pid_ = -1;
         return waitStatus;
     }

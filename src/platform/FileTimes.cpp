@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
 
 namespace tapekeep {
 namespace {
@@ -19,12 +20,10 @@ Clock::time_point toTimePoint(std::int64_t seconds, std::uint32_t nanoseconds) {
 
 std::optional<Clock::time_point> creationTime(const std::filesystem::path& path) {
     struct statx status {};
-    int result;
-    while ((result = ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME,
-                             &status)) != 0 &&
-           errno == EINTR) {
-    }
-    if (result != 0) return std::nullopt;
+    const auto query = [&] {
+        return ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME | STATX_MTIME, &status);
+    };
+    if (retryingInterrupts(query) != 0) return std::nullopt;
     if ((status.stx_mask & STATX_BTIME) != 0)
         return toTimePoint(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
     if ((status.stx_mask & STATX_MTIME) != 0)
@@ -34,9 +33,8 @@ std::optional<Clock::time_point> creationTime(const std::filesystem::path& path)
 
 void setModificationTimeToNow(const std::filesystem::path& path) {
     const struct timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_NOW}};
-    while (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (errno != EINTR) throw PosixError::fromErrno(errno, path.string());
-    }
+    const auto touch = [&] { return ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW); };
+    if (retryingInterrupts(touch) != 0) throw PosixError::fromErrno(errno, path.string());
 }
 
 }  // namespace tapekeep

@@ -2,13 +2,13 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "backup/ProcessExitError.h"
 #include "backup/ProcessRunner.h"
 #include "core/Cancelled.h"
+#include "core/RetryingInterrupts.h"
 #include "platform/BlkidOutputParser.h"
 #include "platform/DiskIdentityError.h"
 #include "platform/LsblkOutputParser.h"
@@ -21,10 +21,8 @@ namespace {
 bool isBlockDevice(const std::string& source) {
     if (!source.starts_with('/')) return false;
     struct stat status {};
-    int result;
-    while ((result = ::stat(source.c_str(), &status)) != 0 && errno == EINTR) {
-    }
-    return result == 0 && S_ISBLK(status.st_mode);
+    return retryingInterrupts([&] { return ::stat(source.c_str(), &status); }) == 0 &&
+           S_ISBLK(status.st_mode);
 }
 
 // "/dev/loop3" and its partitions "/dev/loop3p1"; lsblk calls only the former type "loop".

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,8 +12,11 @@
 #include <map>
 #include <tuple>
 
+#include "core/FileDescriptor.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
+#include "platform/ThreadName.h"
 
 namespace tapekeep {
 namespace {
@@ -22,33 +24,6 @@ namespace {
 const Log& monitorLog() {
     static const Log instance("MountMonitor");
     return instance;
-}
-
-template <typename Call>
-auto retryingInterrupts(Call call) {
-    for (;;) {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR) return result;
-    }
-}
-
-class FileDescriptor {
-public:
-    FileDescriptor(int fd, const std::string& what) : fd_(fd) {
-        if (fd_ < 0) throw PosixError::fromErrno(errno, what);
-    }
-    ~FileDescriptor() { ::close(fd_); }  // never retried: the descriptor is gone after the first call
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    [[nodiscard]] int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-void setCurrentThreadName(const std::string& name) {
-    constexpr std::size_t longestThreadName = 15;
-    ::pthread_setname_np(::pthread_self(), name.substr(0, longestThreadName).c_str());
 }
 
 using EntryKey = std::tuple<std::string, std::string, std::string>;
@@ -108,9 +83,9 @@ private:
 
 MountMonitor::Loop::Loop(std::filesystem::path mountInfoPath)
     : path_(std::move(mountInfoPath)),
-      mountInfo_(retryingInterrupts([&] { return ::open(path_.c_str(), O_RDONLY | O_CLOEXEC); }),
-                 path_.string()),
-      wakeCounter_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd"),
+      mountInfo_(FileDescriptor::checked(
+          retryingInterrupts([&] { return ::open(path_.c_str(), O_RDONLY | O_CLOEXEC); }), path_.string())),
+      wakeCounter_(FileDescriptor::checked(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd")),
       current_(readTable()) {}
 
 void MountMonitor::Loop::run(const std::stop_token& token, const Handler& onChange,

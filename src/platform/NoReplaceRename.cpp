@@ -8,6 +8,7 @@
 
 #include "core/Log.h"
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
 
 namespace tapekeep {
 namespace {
@@ -18,10 +19,9 @@ PosixError renameError(int code, const std::filesystem::path& from, const std::f
 
 // 0 or the errno of renameat2(RENAME_NOREPLACE).
 int renameExclusive(const std::filesystem::path& from, const std::filesystem::path& to) {
-    while (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-        if (errno != EINTR) return errno;
-    }
-    return 0;
+    const int result = retryingInterrupts(
+        [&] { return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE); });
+    return result == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -40,14 +40,11 @@ namespace detail {
 
 void renameAfterExistenceTest(const std::filesystem::path& from, const std::filesystem::path& to) {
     struct stat status {};
-    int result;
-    while ((result = ::lstat(to.c_str(), &status)) != 0 && errno == EINTR) {
-    }
-    if (result == 0) throw renameError(EEXIST, from, to);
+    if (retryingInterrupts([&] { return ::lstat(to.c_str(), &status); }) == 0)
+        throw renameError(EEXIST, from, to);
     if (errno != ENOENT) throw renameError(errno, from, to);
-    while (::rename(from.c_str(), to.c_str()) != 0) {
-        if (errno != EINTR) throw renameError(errno, from, to);
-    }
+    if (retryingInterrupts([&] { return ::rename(from.c_str(), to.c_str()); }) != 0)
+        throw renameError(errno, from, to);
 }
 
 }  // namespace detail

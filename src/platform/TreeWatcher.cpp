@@ -1,7 +1,6 @@
 #include "platform/TreeWatcher.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -18,8 +17,11 @@
 #include <unordered_set>
 #include <utility>
 
+#include "core/FileDescriptor.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
+#include "platform/ThreadName.h"
 
 namespace tapekeep {
 namespace {
@@ -31,36 +33,6 @@ constexpr std::uint32_t watchFlags = folderEvents | IN_ONLYDIR | IN_DONT_FOLLOW;
 const Log& watcherLog() {
     static const Log instance("TreeWatcher");
     return instance;
-}
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() { ::close(fd_); }  // never retried: the descriptor is gone after the first call
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    [[nodiscard]] int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-template <typename Call>
-auto retryingInterrupts(Call call) {
-    for (;;) {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR) return result;
-    }
-}
-
-int createOrThrow(int fd, const char* what) {
-    if (fd < 0) throw PosixError::fromErrno(errno, what);
-    return fd;
-}
-
-void setCurrentThreadName(const std::string& name) {
-    constexpr std::size_t longestThreadName = 15;
-    ::pthread_setname_np(::pthread_self(), name.substr(0, longestThreadName).c_str());
 }
 
 int pollTimeout(std::optional<TreeWatcher::Clock::time_point> deadline) {
@@ -124,8 +96,8 @@ private:
 TreeWatcher::Loop::Loop(std::filesystem::path root, std::chrono::milliseconds latency)
     : root_(std::move(root)),
       latency_(latency),
-      inotify_(createOrThrow(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify_init1")),
-      wakeCounter_(createOrThrow(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd")) {
+      inotify_(FileDescriptor::checked(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify_init1")),
+      wakeCounter_(FileDescriptor::checked(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd")) {
     const int descriptor =
         retryingInterrupts([&] { return ::inotify_add_watch(inotify_.get(), root_.c_str(), watchFlags); });
     if (descriptor < 0) throw PosixError::fromErrno(errno, root_.string());
