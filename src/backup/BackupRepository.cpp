@@ -1,6 +1,5 @@
 #include "backup/BackupRepository.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "backup/RepositoryError.h"
 #include "core/AtomicFile.h"
 #include "core/Cancelled.h"
+#include "core/FileReading.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
 #include "core/Utf8.h"
@@ -219,20 +219,10 @@ const StagingCandidate* retainedFailure(const std::vector<StagingCandidate>& sta
 
 // The whole regular file, a symbolic link not followed; absent on any failure.
 std::optional<std::string> readRegularFile(const fs::path& file) {
-    int fd;
-    while ((fd = ::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)) < 0 && errno == EINTR) {
-    }
-    if (fd < 0) return std::nullopt;
-    std::string content;
-    char buffer[8192];
-    for (;;) {
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) {
-            ::close(fd);
-            return count == 0 ? std::optional<std::string>(content) : std::nullopt;
-        }
-        content.append(buffer, static_cast<std::size_t>(count));
+    try {
+        return readWholeFile(file, {.followSymbolicLinks = false, .regularFileOnly = true});
+    } catch (const PosixError&) {
+        return std::nullopt;
     }
 }
 

@@ -1,17 +1,14 @@
 #include "content/M8SongParser.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstdint>
 #include <string_view>
 #include <utility>
 
 #include "content/M8InstrumentError.h"
+#include "core/FileReading.h"
+#include "core/PosixError.h"
 #include "core/Utf8.h"
 #include "core/Uuid.h"
 
@@ -70,57 +67,15 @@ std::optional<unsigned char> byteAt(std::string_view bytes, std::size_t offset) 
 
 // ---- reading the file ---------------------------------------------------------------------------
 
-// Owns one descriptor; closing is never retried.
-class ReadOnlyFile {
-public:
-    // O_NONBLOCK only keeps the open from hanging on a FIFO, which the size check then refuses;
-    // it changes nothing for a regular file.
-    explicit ReadOnlyFile(const fs::path& file) {
-        while ((fd_ = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) < 0 && errno == EINTR) {
-        }
-    }
-    ~ReadOnlyFile() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    ReadOnlyFile(const ReadOnlyFile&) = delete;
-    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
-
-    // The size of a regular file, absent for anything else or when the file could not be opened.
-    [[nodiscard]] std::optional<std::size_t> regularFileSize() const {
-        struct stat status {};
-        if (fd_ < 0 || ::fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-        return static_cast<std::size_t>(status.st_size);
-    }
-
-    // Fills bytes from the start of the file; false on a read error. A file that shrank since its
-    // size was taken leaves bytes shorter.
-    bool readInto(std::vector<char>& bytes) const {
-        std::size_t filled = 0;
-        while (filled < bytes.size()) {
-            const ssize_t count = ::read(fd_, bytes.data() + filled, bytes.size() - filled);
-            if (count < 0 && errno == EINTR) continue;
-            if (count < 0) return false;
-            if (count == 0) break;
-            filled += static_cast<std::size_t>(count);
-        }
-        bytes.resize(filled);
-        return true;
-    }
-
-private:
-    int fd_ = -1;
-};
-
 // The whole file in one read of its size; absent when it cannot be read, is not a regular file, or
 // is larger than any M8 file can be. A vector rather than a string: its buffer ends exactly where the
-// file does (no terminator, no small-string storage), so a sanitizer sees a read one byte too far.
+// file does, so a sanitizer sees a read one byte too far.
 std::optional<std::vector<char>> readWholeFile(const fs::path& file) {
-    const ReadOnlyFile input(file);
-    const auto size = input.regularFileSize();
-    if (!size || *size > largestReadableFile) return std::nullopt;
-    std::vector<char> bytes(*size);
-    if (!input.readInto(bytes)) return std::nullopt;
-    return bytes;
+    try {
+        return readWholeFileBytes(file, {.regularFileOnly = true, .largestSize = largestReadableFile});
+    } catch (const PosixError&) {
+        return std::nullopt;
+    }
 }
 
 // ---- header and layout --------------------------------------------------------------------------

@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "core/FileDescriptor.h"
+#include "core/FileReading.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
 #include "core/RetryingInterrupts.h"
@@ -128,15 +129,7 @@ bool MountMonitor::Loop::waitForChange() {
 MountTable MountMonitor::Loop::readTable() {
     if (retryingInterrupts([&] { return ::lseek(mountInfo_.get(), 0, SEEK_SET); }) < 0)
         throw PosixError::fromErrno(errno, path_.string());
-    std::string content;
-    char buffer[16384];
-    for (;;) {
-        const ssize_t count =
-            retryingInterrupts([&] { return ::read(mountInfo_.get(), buffer, sizeof buffer); });
-        if (count < 0) throw PosixError::fromErrno(errno, path_.string());
-        if (count == 0) return MountTable::parse(content);
-        content.append(buffer, static_cast<std::size_t>(count));
-    }
+    return MountTable::parse(readToEnd(mountInfo_.get(), path_.string()));
 }
 
 MountMonitor::MountMonitor(Handler onChange, Options options)

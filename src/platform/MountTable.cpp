@@ -1,13 +1,9 @@
 #include "platform/MountTable.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 
-#include "core/PosixError.h"
+#include "core/FileReading.h"
 
 namespace tapekeep {
 namespace {
@@ -53,28 +49,6 @@ std::optional<MountTable::Entry> parseLine(std::string_view line) {
     if (std::distance(separator, fields.end()) < 3) return std::nullopt;
     return MountTable::Entry{decodeOctalEscapes(fields[4]), decodeOctalEscapes(*(separator + 2)),
                              decodeOctalEscapes(*(separator + 1))};
-}
-
-std::string readWholeFile(const char* path) {
-    int fd;
-    while ((fd = ::open(path, O_RDONLY | O_CLOEXEC)) < 0 && errno == EINTR) {
-    }
-    if (fd < 0) throw PosixError::fromErrno(errno, path);
-    std::string content;
-    char buffer[16384];
-    for (;;) {
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) {
-            const int code = errno;
-            ::close(fd);
-            throw PosixError::fromErrno(code, path);
-        }
-        if (count == 0) break;
-        content.append(buffer, static_cast<std::size_t>(count));
-    }
-    ::close(fd);
-    return content;
 }
 
 // True when ancestor is the path itself or one of its parents, compared component by component.
