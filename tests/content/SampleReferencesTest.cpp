@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "M8Files.h"
 #include "TempDir.h"
 #include "content/BrowseFileError.h"
 #include "core/Cancelled.h"
@@ -18,21 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace BrowseFileService;
+using test::songWithSamples;
 using test::writeFile;
-
-// A whole song of the newer layout (stride 215, sample path at record offset 87) whose first slots
-// are samplers with these paths; every other slot is empty.
-std::string songBytes(const std::vector<std::string>& samplePaths) {
-    constexpr std::size_t table = 80446, stride = 215, pathOffset = 87;
-    std::string bytes(table + 128 * stride, '\0');
-    bytes.replace(0, 12, std::string("M8VERSION\0\x01\x04", 12));
-    for (std::size_t slot = 0; slot < 128; ++slot) bytes[table + slot * stride] = '\xFF';
-    for (std::size_t slot = 0; slot < samplePaths.size(); ++slot) {
-        bytes[table + slot * stride] = 2;
-        bytes.replace(table + slot * stride + pathOffset, samplePaths[slot].size(), samplePaths[slot]);
-    }
-    return bytes;
-}
 
 // A sampler instrument whose path field ends with the file.
 std::string instrumentBytes(const std::string& samplePath) {
@@ -194,8 +182,8 @@ TEST(SampleReferencesTest, IndexListsEveryPlaceAReferenceCanMean) {
     test::TempDir temp;
     const fs::path version = temp / "version";
     writeFile(version / "Songs/a.m8s",
-              songBytes({"/Samples/Kick.wav", "snare.wav", "/Samples/Cafe\u0301.wav"}));
-    writeFile(version / "Songs/Live/B.M8S", songBytes({"/samples/KICK.WAV"}));
+              songWithSamples({"/Samples/Kick.wav", "snare.wav", "/Samples/Cafe\u0301.wav"}));
+    writeFile(version / "Songs/Live/B.M8S", songWithSamples({"/samples/KICK.WAV"}));
     writeFile(version / "Instruments/i.m8i", instrumentBytes("../Samples/kick.wav"));
     writeFile(version / "Instruments/notes.m8i", "plain text, no header");
     writeFile(version / "Songs/empty.m8s", "");
@@ -236,14 +224,14 @@ TEST(SampleReferencesTest, IndexStopsWholeAtTheFirstBadFile) {
     } examples[] = {
         {"short.m8s", std::string("M8VERSION\0\x01\x04 twenty!", 20),
          "Could not read song or instrument: short.m8s"},
-        {"cut.m8s", songBytes({}).substr(0, 107965), "Could not read song or instrument: cut.m8s"},
+        {"cut.m8s", songWithSamples({}).substr(0, 107965), "Could not read song or instrument: cut.m8s"},
         {"cut.m8i", instrumentBytes("").substr(0, 20), "Could not read song or instrument: cut.m8i"},
-        {"escape.m8s", songBytes({"a.wav", "/../../etc/passwd"}),
+        {"escape.m8s", songWithSamples({"a.wav", "/../../etc/passwd"}),
          "Sample path escapes the backup: /../../etc/passwd"},
     };
     for (const auto& example : examples) {
         test::TempDir temp;
-        writeFile(temp / "Songs/good.m8s", songBytes({"a.wav"}));
+        writeFile(temp / "Songs/good.m8s", songWithSamples({"a.wav"}));
         writeFile(temp / "Songs" / example.name, example.content);
         try {
             ADD_FAILURE() << sampleUsageIndex(temp.path()).size() << " keys for " << example.name;
@@ -255,7 +243,7 @@ TEST(SampleReferencesTest, IndexStopsWholeAtTheFirstBadFile) {
 
 TEST(SampleReferencesTest, WalksStopWhenCancelledOrUnlistable) {
     test::TempDir temp;
-    writeFile(temp / "Songs/a.m8s", songBytes({}));
+    writeFile(temp / "Songs/a.m8s", songWithSamples({}));
     std::stop_source stop;
     stop.request_stop();
     EXPECT_THROW(m8FileURLs(temp.path(), stop.get_token()), Cancelled);
