@@ -19,12 +19,12 @@
 #include <fstream>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "content/M8SongParser.h"
+#include "core/FileReading.h"
 #include "core/Formatting.h"
 #include "core/Utf8.h"
 
@@ -53,10 +53,7 @@ std::vector<std::string> loadDeviceFiles(const fs::path& folder) {
     for (const auto& entry : fs::directory_iterator(folder)) {
         const auto extension = entry.path().extension();
         if (extension != ".m8s" && extension != ".m8i") continue;
-        std::ifstream input(entry.path(), std::ios::binary);
-        std::ostringstream content;
-        content << input.rdbuf();
-        files.push_back(content.str());
+        files.push_back(readWholeFile(entry.path()));
     }
     return files;
 }
