@@ -22,8 +22,10 @@ public:
     explicit BackgroundTasks(std::shared_ptr<MainThreadPoster> poster) : poster_(std::move(poster)) {}
     ~BackgroundTasks() { stopAll(); }
 
-    // Starts work; once it returns, onEnded (if any) runs on the controller's thread.
-    Id start(Work work, std::function<void()> onEnded = {});
+    using EndHandler = std::function<void(Id id)>;
+
+    // Starts work; once it returns, onEnded (if any) runs on the controller's thread with the task's id.
+    Id start(Work work, EndHandler onEnded = {});
     void cancel(Id id);
     [[nodiscard]] bool isRunning(Id id) const { return threads_.contains(id); }
     // Cancels every task and waits for all of them.

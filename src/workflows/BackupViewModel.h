@@ -236,6 +236,14 @@ private:
         map[uuid] = std::move(value);
         emit(this->*changed)();
     }
+    // Forgets a card's task when it is still the one that ended, not a later replacement.
+    static bool forgetTask(std::map<std::string, BackgroundTasks::Id>& tasks, const std::string& uuid,
+                           BackgroundTasks::Id id) {
+        auto found = tasks.find(uuid);
+        if (found == tasks.end() || found->second != id) return false;
+        tasks.erase(found);
+        return true;
+    }
     template <typename Map>
     void erase(Map& map, const std::string& uuid, void (BackupViewModel::*changed)()) {
         if (map.erase(uuid) > 0) emit(this->*changed)();

@@ -120,9 +120,8 @@ void BackupViewModel::refreshFreshness(const SDCard& card) {
                 });
             }
         },
-        [this, uuid] {
-            freshnessTasks_.erase(uuid);
-            if (!freshnessRerun_.erase(uuid)) return;
+        [this, uuid](BackgroundTasks::Id id) {
+            if (!forgetTask(freshnessTasks_, uuid, id) || !freshnessRerun_.erase(uuid)) return;
             if (const SDCard* present = detectedCard(uuid)) refreshFreshness(*present);
         });
 }
@@ -192,7 +191,7 @@ void BackupViewModel::scanContent(const SDCard& card) {
                 if (dependencies_.store != nullptr) M8ContentScanner::storeSummary(counts, cardID, *dependencies_.store);
             });
         },
-        [this, uuid] { contentScanTasks_.erase(uuid); });
+        [this, uuid](BackgroundTasks::Id id) { forgetTask(contentScanTasks_, uuid, id); });
 }
 
 // ---- what each report re-runs ---------------------------------------------------------------

@@ -146,8 +146,8 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
         } catch (const Cancelled&) {
         }
     };
-    runningTasks_[uuid] = tasks_.start(work, [this, uuid] {
-        runningTasks_.erase(uuid);
+    runningTasks_[uuid] = tasks_.start(work, [this, uuid](BackgroundTasks::Id id) {
+        forgetTask(runningTasks_, uuid, id);
         if (auto held = leases_.find(uuid); held != leases_.end()) {
             OperationLock::shared().release(held->second);
             leases_.erase(held);
