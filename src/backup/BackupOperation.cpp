@@ -16,6 +16,7 @@
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
 #include "core/Formatting.h"
+#include "core/Utf8.h"
 #include "platform/FileTimes.h"
 #include "platform/FreeSpace.h"
 
@@ -40,12 +41,6 @@ bool pathsOverlap(const fs::path& a, const fs::path& b) {
     const std::string left = withTrailingSlash(canonicalForComparison(a));
     const std::string right = withTrailingSlash(canonicalForComparison(b));
     return left == right || left.starts_with(right) || right.starts_with(left);
-}
-
-std::string trimmed(const std::string& text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
@@ -413,7 +408,7 @@ std::optional<std::int64_t> BackupOperation::parseStatsNumber(const std::string&
         if (auto bytes = value.find(" bytes"); bytes != std::string::npos) value.erase(bytes);
     }
     std::erase(value, ',');
-    value = trimmed(value);
+    value = trimmedSpacesAndTabs(value);
     std::size_t digitsFrom = (!value.empty() && (value[0] == '+' || value[0] == '-')) ? 1 : 0;
     if (value.size() == digitsFrom) return std::nullopt;
     for (std::size_t i = digitsFrom; i < value.size(); ++i)

@@ -4,16 +4,12 @@
 #include <cctype>
 #include <string>
 
+#include "core/Utf8.h"
+
 namespace tapekeep::DiskutilInfoParser {
 namespace {
 
 constexpr std::string_view volumeUuidLabel = "Volume UUID:";
-
-std::string_view trimmedSpacesAndTabs(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 // Everything after the first colon, so that a value holding a colon keeps it.
 std::string volumeUuidValue(std::string_view line) {

@@ -13,6 +13,7 @@
 #include "core/Error.h"
 #include "core/NaturalOrder.h"
 #include "core/SettingsStore.h"
+#include "core/Utf8.h"
 #include "platform/LinuxDiskIdentity.h"
 #include "platform/MountTable.h"
 
@@ -69,12 +70,6 @@ bool isExistingDirectory(const path& volume) {
 bool itemExists(const path& item) {
     std::error_code error;
     return std::filesystem::exists(item, error);
-}
-
-std::string_view trimmedSpacesAndTabs(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 // The first `count` characters as the user counts them (grapheme clusters), so that a cut never

@@ -88,6 +88,12 @@ bool isWhitespaceOrNewline(utf8proc_int32_t codePoint) {
            category == UTF8PROC_CATEGORY_ZP;
 }
 
+std::string_view trimmedOf(std::string_view text, std::string_view characters) {
+    const auto first = text.find_first_not_of(characters);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(characters) - first + 1);
+}
+
 }  // namespace
 
 void appendRepairedUtf8(std::string& out, std::string_view bytes) {
@@ -125,6 +131,14 @@ std::string trimmedWhitespace(std::string_view text) {
         offset += length;
     }
     return begin < end ? std::string(text.substr(begin, end - begin)) : std::string();
+}
+
+std::string_view trimmedSpacesAndTabs(std::string_view text) {
+    return trimmedOf(text, " \t");
+}
+
+std::string_view trimmedAsciiWhitespace(std::string_view text) {
+    return trimmedOf(text, " \t\n\v\f\r");
 }
 
 }  // namespace tapekeep

@@ -20,4 +20,10 @@ void appendRepairedUtf8(std::string& out, std::string_view bytes);
 // and the space, line and paragraph separators. Bytes that are not UTF-8 are kept. Any thread.
 [[nodiscard]] std::string trimmedWhitespace(std::string_view text);
 
+// The ASCII trims; as ASCII bytes never stand inside a longer UTF-8 sequence, both are safe on UTF-8.
+// Only spaces and tabs, where other white space is part of the value (name lists, field values):
+[[nodiscard]] std::string_view trimmedSpacesAndTabs(std::string_view text);
+// Spaces, tabs and the ASCII line breaks (LF, VT, FF, CR), for what a tool printed:
+[[nodiscard]] std::string_view trimmedAsciiWhitespace(std::string_view text);
+
 }  // namespace tapekeep

@@ -7,6 +7,7 @@
 #include "backup/ProcessRunner.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
+#include "core/Utf8.h"
 #include "platform/EjectError.h"
 #include "platform/MountTable.h"
 #include "platform/SystemTools.h"
@@ -17,13 +18,6 @@ namespace {
 const Log& ejectorLog() {
     static const Log instance("VolumeEjector");
     return instance;
-}
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\n\r\v\f";
-    const auto first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 // "/media/CARD/" and "/media/CARD" name the same mount point.
@@ -43,7 +37,7 @@ MountTable::Entry mountAt(const std::filesystem::path& mountPoint) {
 }
 
 std::string failureText(const std::string& executable, const ProcessResult& result) {
-    std::string text(trimmed(result.output));
+    std::string text(trimmedAsciiWhitespace(result.output));
     if (!text.empty()) return text;
     return std::filesystem::path(executable).filename().string() + " exited with status " +
            std::to_string(result.status) + ".";

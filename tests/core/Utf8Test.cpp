@@ -38,18 +38,29 @@ TEST(Utf8Test, ReplacesEachMaximalIllFormedSubpart) {
     EXPECT_EQ(buffer, "line: ok" + R);
 }
 
-TEST(Utf8Test, TrimsUnicodeWhitespaceAndLineBreaksAtBothEndsOnly) {
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {" \n\tZweite Zeile\nn\u00e4chste\u00a0\u2028\n", "Zweite Zeile\nn\u00e4chste"},
-        {"\v\f\r\u0085\u3000\u2029Kick\u2003", "Kick"},
-        {" \u3000\n", ""},
-        {"", ""},
-        {"\u200bZero width stays\u200b", "\u200bZero width stays\u200b"},  // a format character, no space
-        {" bad \xff\xfe bytes\t", "bad \xff\xfe bytes"},
-        {"\xC2 \xA0", "\xC2 \xA0"},  // a cut-off sequence is no space, nor is its stray byte
+// Each trim rule against the same inputs, so that the difference between the rules shows.
+TEST(Utf8Test, TrimsOnlyTheirOwnWhitespaceAndOnlyAtBothEnds) {
+    const struct {
+        std::string input, unicode, spacesAndTabs, ascii;
+    } cases[] = {
+        {" \n\tZweite Zeile\nn\u00e4chste\u00a0\u2028\n", "Zweite Zeile\nn\u00e4chste",
+         "\n\tZweite Zeile\nn\u00e4chste\u00a0\u2028\n", "Zweite Zeile\nn\u00e4chste\u00a0\u2028"},
+        {"\v\f\r\u0085\u3000\u2029Kick\u2003", "Kick", "\v\f\r\u0085\u3000\u2029Kick\u2003",
+         "\u0085\u3000\u2029Kick\u2003"},
+        {" \t 1,234 bytes\t ", "1,234 bytes", "1,234 bytes", "1,234 bytes"},
+        {" \u3000\n", "", "\u3000\n", "\u3000"},
+        {" \t\r\n", "", "\r\n", ""},
+        {"", "", "", ""},
+        {"\u200bZero width\u200b", "\u200bZero width\u200b", "\u200bZero width\u200b",
+         "\u200bZero width\u200b"},  // a format character, not a space
+        {" bad \xff\xfe bytes\t", "bad \xff\xfe bytes", "bad \xff\xfe bytes", "bad \xff\xfe bytes"},
+        {"\xC2 \xA0", "\xC2 \xA0", "\xC2 \xA0", "\xC2 \xA0"},  // a cut-off sequence is no space
     };
-    for (const auto& [input, expected] : cases)
-        EXPECT_EQ(trimmedWhitespace(input), expected) << ::testing::PrintToString(input);
+    for (const auto& [input, unicode, spacesAndTabs, ascii] : cases) {
+        EXPECT_EQ(trimmedWhitespace(input), unicode) << ::testing::PrintToString(input);
+        EXPECT_EQ(trimmedSpacesAndTabs(input), spacesAndTabs) << ::testing::PrintToString(input);
+        EXPECT_EQ(trimmedAsciiWhitespace(input), ascii) << ::testing::PrintToString(input);
+    }
 }
 
 std::string encode(utf8proc_int32_t codePoint) {
