@@ -135,12 +135,11 @@ TEST(M8ContentScannerTest, QuickDiffToleratesCoarseTimestampsAndDaylightSavingSh
         std::int64_t sizeChange;
         bool unchanged;
     };
-    const std::vector<Case> cases = {
-        {0s, 0, true},     {1.9s, 0, true},   {-1.5s, 0, true},    {2s, 0, true},     {-2s, 0, true},
-        {2.1s, 0, false},  {-2.1s, 0, false}, {3600s, 0, true},    {3599s, 0, true},  {3598s, 0, true},
-        {3597s, 0, false}, {3602s, 0, true},  {3602.1s, 0, false}, {-3600s, 0, true}, {-3601.9s, 0, true},
-        {7200s, 0, false}, {0s, 1, false},    {3600s, -1, false},
-    };
+    // Two seconds either way, or an hour plus or minus two seconds.
+    const std::vector<Case> cases = {{2s, 0, true},     {2.1s, 0, false},    {-2s, 0, true},
+                                     {-2.1s, 0, false}, {3598s, 0, true},    {3597s, 0, false},
+                                     {3602s, 0, true},  {3602.1s, 0, false}, {-3601.9s, 0, true},
+                                     {7200s, 0, false}, {0s, 1, false},      {3600s, -1, false}};
     const Clock::time_point now = Clock::now();
     for (const auto& [olderBy, sizeChange, unchanged] : cases) {
         const Manifest current = {{"Songs/A.m8s", {1000, now}}};
@@ -206,7 +205,6 @@ TEST(M8ContentScannerTest, MalformedCacheReadsAsAbsentOrDropsBadRows) {
     const std::vector<Case> cases = {
         {R"("not a dictionary")", std::nullopt},
         {R"({"CARD": {"label": "Wavs", "count": 1}})", std::nullopt},
-        {R"({"CARD": "Wavs"})", std::nullopt},
         {R"({"CARD": [{"label": "Songs", "count": "3"}, {"label": "Wavs", "count": 120}]})",
          ContentCounts{{"Wavs", 120}}},
         {R"({"CARD": [{"count": 3}, {"label": 7, "count": 3}, {"label": "Wavs", "count": 1.5},

@@ -106,19 +106,12 @@ TEST(M8SongParserTest, ReadsEveryRealSong) {
             EXPECT_EQ(instrument.name, "");
         }
     }
-}
-
-TEST(M8SongParserTest, NamesTheTypesOfARealSongAsTheDeviceDoes) {
-    const auto song = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");
-    ASSERT_TRUE(song);
-    const std::vector<std::pair<int, std::string>> expected{
-        {1, "WAVSYNTH"},   {2, "MACROSYN"}, {3, "SAMPLER"},  {4, "FMSYNTH"},
-        {5, "HYPERSYNTH"}, {6, "MIDI OUT"}, {7, "EXTERNAL"},
-    };
-    std::vector<std::pair<int, std::string>> actual;
-    for (const auto& instrument : song->instruments)
-        actual.emplace_back(instrument.index, InstrumentInfo::rawValue(instrument.type));
-    EXPECT_EQ(actual, expected);
+    // The test song holds one instrument of each type.
+    std::vector<std::string> types;
+    for (const auto& instrument : M8SongParser::parseSong(fixtures / "TEST-FILE.m8s")->instruments)
+        types.emplace_back(InstrumentInfo::rawValue(instrument.type));
+    EXPECT_EQ(types, (std::vector<std::string>{"WAVSYNTH", "MACROSYN", "SAMPLER", "FMSYNTH", "HYPERSYNTH",
+                                               "MIDI OUT", "EXTERNAL"}));
 }
 
 TEST(M8SongParserTest, RealInstrumentsAreFmSynthsWithoutSample) {
@@ -126,7 +119,6 @@ TEST(M8SongParserTest, RealInstrumentsAreFmSynthsWithoutSample) {
         SCOPED_TRACE(file);
         EXPECT_EQ(M8SongParser::parseInstrument(fixtures / file), std::nullopt);
         EXPECT_EQ(M8SongParser::parseSong(fixtures / file), std::nullopt);
-        EXPECT_TRUE(M8SongParser::parseSamplePaths(fixtures / file).empty());
     }
     // Offset 14 of a song holds its folder ("/Songs/"), not the sampler's type byte.
     EXPECT_EQ(M8SongParser::parseInstrument(fixtures / "TEST-FILE.m8s"), std::nullopt);
@@ -147,8 +139,10 @@ TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
         {"older layout, one byte short", 0x30, 0x01, olderLayout, olderMinimum - 1, false},
         {"newer layout, minimum size", 0x20, 0x04, newerLayout, newerMinimum, true},
         {"newer layout, one byte short", 0x20, 0x04, newerLayout, newerMinimum - 1, false},
-        {"107000 bytes are enough for the older layout", 0x30, 0x01, olderLayout, 107'000, true},
-        {"107000 bytes are too few for the newer layout", 0x40, 0x01, newerLayout, 107'000, false},
+        // Only high byte 1 with a low byte below 0x40 selects the older layout.
+        {"version 0x3F 0x01", 0x3F, 0x01, olderLayout, olderMinimum, true},
+        {"version 0x40 0x01", 0x40, 0x01, newerLayout, newerMinimum, true},
+        {"version 0x3F 0x00", 0x3F, 0x00, newerLayout, newerMinimum, true},
         {"13 bytes of header", 0x20, 0x04, newerLayout, 13, false},
         {"byte 9 is 1", 0x20, 0x04, newerLayout, newerMinimum, false, {9, 1}},
         {"magic misspelt", 0x20, 0x04, newerLayout, newerMinimum, false, {8, 'M'}},
@@ -171,40 +165,12 @@ TEST(M8SongParserTest, AcceptsWholeSongsOnly) {
     }
 }
 
-TEST(M8SongParserTest, VersionBytesSelectTheLayout) {
-    struct Case {
-        unsigned char low, high;
-        Layout expected;
-    };
-    const std::vector<Case> cases{
-        {0x3F, 0x01, olderLayout}, {0x00, 0x01, olderLayout}, {0x40, 0x01, newerLayout},
-        {0xFF, 0x01, newerLayout}, {0x10, 0x02, newerLayout}, {0x00, 0x00, newerLayout},
-        {0x3F, 0x00, newerLayout}, {0x04, 0x03, newerLayout}, {0x20, 0x04, newerLayout},
-    };
-    TempDir dir;
-    for (const auto& testCase : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << int(testCase.low) << ", " << int(testCase.high));
-        SongBytes song(testCase.low, testCase.high, testCase.expected);
-        song.setSlot(5, 2, "S", "/s.wav");
-        const auto parsed = M8SongParser::parseSong(write(dir, song.bytes()));
-        ASSERT_TRUE(parsed);
-        ASSERT_EQ(parsed->instruments.size(), 1u);
-        EXPECT_EQ(parsed->instruments[0].index, 5);
-        EXPECT_EQ(parsed->instruments[0].samplePath, "/s.wav");
-
-        const auto instrument = instrumentBytes(testCase.low, testCase.high, 2, testCase.expected, "/s.wav");
-        EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), "/s.wav");
-    }
-}
-
 TEST(M8SongParserTest, KeepsTempoOnlyWithinTheDeviceRange) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float infinity = std::numeric_limits<float>::infinity();
     const std::vector<std::pair<float, std::optional<double>>> cases{
-        {19.99f, std::nullopt},  {20.0f, 20.0},           {120.5f, 120.5},
-        {300.0f, 300.0},         {300.01f, std::nullopt}, {0.0f, std::nullopt},
-        {-120.0f, std::nullopt}, {nan, std::nullopt},     {infinity, std::nullopt},
-    };
+        {19.99f, std::nullopt},  {20.0f, 20.0},       {120.5f, 120.5},         {300.0f, 300.0},
+        {300.01f, std::nullopt}, {nan, std::nullopt}, {infinity, std::nullopt}};
     TempDir dir;
     for (const auto& [stored, expected] : cases) {
         SCOPED_TRACE(stored);
@@ -226,15 +192,12 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
     };
     const std::vector<Case> cases{
         {"KICK", "KICK", "KICK"},
-        {"\xE9", "", "\u00E9"},
         {"Caf\xE9", "", "Caf\u00E9"},
         {"Ch\u00F6re", "Ch\u00F6re", "Ch\u00F6re"},
-        {"\xC0\x80", "", "\u00C0\u0080"},            // overlong zero
-        {"\xED\xA0\x80", "", "\u00ED\u00A0\u0080"},  // surrogate
+        {"\xC0\x80", "", "\u00C0\u0080"},  // overlong zero
         {std::string("AB\0CD", 5), "AB", "AB"},
         {"", "", std::nullopt},
         {"   ", "   ", "   "},
-        {"../x.wav", "../x.wav", "../x.wav"},
         {"Samples\\x.wav", "Samples\\x.wa", "Samples\\x.wav"},  // 13th byte is past the name field
         {"ABCDEFGHIJKL\xE9", "ABCDEFGHIJKL", "ABCDEFGHIJKL\u00E9"},
     };
@@ -249,53 +212,34 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
         EXPECT_EQ(parsed->name, testCase.name);
         EXPECT_EQ(parsed->instruments.at(0).name, testCase.name);
         EXPECT_EQ(parsed->instruments.at(0).samplePath, testCase.path);
-
         const auto instrument = instrumentBytes(0x20, 0x04, 2, newerLayout, testCase.stored + '\0');
         EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), testCase.path);
     }
 }
 
-TEST(M8SongParserTest, MapsTypeBytesAndReadsPathsOfSamplersOnly) {
-    const std::vector<std::pair<unsigned char, std::optional<Type>>> cases{
-        {0, Type::wavsynth},  {1, Type::macrosyn},   {2, Type::sampler},  {3, Type::midi},
-        {4, Type::fm},        {5, Type::hypersynth}, {6, Type::external}, {7, Type::unknown},
-        {254, Type::unknown}, {255, std::nullopt},
-    };
-    TempDir dir;
-    for (const auto& [typeByte, expected] : cases) {
-        SCOPED_TRACE(int(typeByte));
-        auto song = SongBytes::newer();
-        song.setSlot(9, typeByte, "N", "/x.wav");
-        const auto file = write(dir, song.bytes());
-        const auto parsed = M8SongParser::parseSong(file);
-        ASSERT_TRUE(parsed);
-        const bool sampler = expected == Type::sampler;
-        EXPECT_EQ(parsed->samplePaths,
-                  sampler ? std::vector<std::string>{"/x.wav"} : std::vector<std::string>{});
-        EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
-        ASSERT_EQ(parsed->instruments.size(), expected ? 1u : 0u);
-        if (!expected) continue;
-        EXPECT_EQ(parsed->instruments[0].type, *expected);
-        EXPECT_EQ(parsed->instruments[0].name, "N");
-        EXPECT_EQ(parsed->instruments[0].samplePath.has_value(), sampler);
-    }
-}
-
-TEST(M8SongParserTest, CollectsEachSamplePathOnceAndKeepsEverySampler) {
-    auto song = SongBytes::newer();
-    for (const auto& [slot, path] : std::vector<std::pair<int, std::string>>{
-             {3, "/b.wav"}, {9, "/b.wav"}, {10, "/B.wav"}, {20, "/a.wav"}, {30, ""}})
-        song.setSlot(slot, 2, "", path);
+TEST(M8SongParserTest, CollectsSamplerPathsOnceAndTypesEveryOccupiedSlot) {
+    auto song = SongBytes::newer();  // every other slot is empty (0xFF)
+    const std::vector<std::tuple<int, unsigned char, std::string>> slots{
+        {3, 2, "/b.wav"}, {9, 2, "/b.wav"},  {10, 2, "/B.wav"}, {20, 2, "/a.wav"},
+        {30, 2, ""},      {40, 4, "/f.wav"}, {50, 7, "/x.wav"}, {60, 254, "/y.wav"}};
+    for (const auto& [slot, type, path] : slots) song.setSlot(slot, type, "N", path);
     TempDir dir;
     const auto file = write(dir, song.bytes());
     const auto parsed = M8SongParser::parseSong(file);
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->samplePaths, (std::vector<std::string>{"/B.wav", "/a.wav", "/b.wav"}));
     EXPECT_EQ(M8SongParser::parseSamplePaths(file), parsed->samplePaths);
-    std::vector<std::optional<std::string>> paths;
-    for (const auto& instrument : parsed->instruments) paths.push_back(instrument.samplePath);
-    EXPECT_EQ(paths, (std::vector<std::optional<std::string>>{"/b.wav", "/b.wav", "/B.wav", "/a.wav",
-                                                              std::nullopt}));
+    using Row = std::tuple<int, Type, std::optional<std::string>>;
+    std::vector<Row> rows;
+    for (const auto& instrument : parsed->instruments) {
+        rows.emplace_back(instrument.index, instrument.type, instrument.samplePath);
+        EXPECT_EQ(instrument.name, "N");
+    }
+    const std::vector<Row> expected{{3, Type::sampler, "/b.wav"},  {9, Type::sampler, "/b.wav"},
+                                    {10, Type::sampler, "/B.wav"}, {20, Type::sampler, "/a.wav"},
+                                    {30, Type::sampler, {}},       {40, Type::fm, {}},
+                                    {50, Type::unknown, {}},       {60, Type::unknown, {}}};
+    EXPECT_EQ(rows, expected);
     EXPECT_NE(M8SongParser::parseSong(file)->instruments[0].id, parsed->instruments[0].id);
 }
 
@@ -310,17 +254,13 @@ TEST(M8SongParserTest, InstrumentFailuresAreTold) {
     };
     const std::vector<Case> cases{
         {"magic alone", "M8VERSION", Kind::notAnInstrument, {}},
-        {"wrong magic", "M8VERSIOM" + header.substr(9) + std::string(200, '\2'), Kind::notAnInstrument, {}},
-        {"byte 9 not zero",
-         "M8VERSION\1" + header.substr(10) + std::string(200, '\2'),
-         Kind::notAnInstrument,
-         {}},
-        {"good header, 12 bytes", header.substr(0, 12), Kind::unreadable, {}},
         {"good header, no type byte", header, Kind::unreadable, {}},
         {"not a sampler", header + '\4', {}, {}},
         {"sampler ending before its path", header + '\2' + std::string(86, 'x'), Kind::unreadable, {}},
         {"sampler path cut by the end of the file", header + '\2' + std::string(86, 'x') + "abc", {}, "abc"},
         {"sampler with an empty path", header + '\2' + std::string(300, '\0'), {}, {}},
+        {"older layout", instrumentBytes(0x3F, 0x01, 2, olderLayout, "/s.wav"), {}, "/s.wav"},
+        {"newer layout", instrumentBytes(0x40, 0x01, 2, newerLayout, "/s.wav"), {}, "/s.wav"},
     };
     TempDir dir;
     for (const auto& testCase : cases) {
