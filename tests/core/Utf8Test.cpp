@@ -26,7 +26,6 @@ TEST(Utf8Test, ReplacesEachMaximalIllFormedSubpart) {
         // The example of the Unicode standard for U+FFFD substitution of maximal subparts.
         {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
          "a" + R + R + R + "b" + R + "c" + R + R + "d"},
-        {"Caf\xE9 Mix.m8s", "Caf" + R + " Mix.m8s"},
         {std::string("a\0b", 3), std::string("a\0b", 3)},
     };
     for (const auto& [input, expected] : cases) {
@@ -47,9 +46,7 @@ TEST(Utf8Test, TrimsOnlyTheirOwnWhitespaceAndOnlyAtBothEnds) {
          "\n\tZweite Zeile\nn\u00e4chste\u00a0\u2028\n", "Zweite Zeile\nn\u00e4chste\u00a0\u2028"},
         {"\v\f\r\u0085\u3000\u2029Kick\u2003", "Kick", "\v\f\r\u0085\u3000\u2029Kick\u2003",
          "\u0085\u3000\u2029Kick\u2003"},
-        {" \t 1,234 bytes\t ", "1,234 bytes", "1,234 bytes", "1,234 bytes"},
         {" \u3000\n", "", "\u3000\n", "\u3000"},
-        {" \t\r\n", "", "\r\n", ""},
         {"", "", "", ""},
         {"\u200bZero width\u200b", "\u200bZero width\u200b", "\u200bZero width\u200b",
          "\u200bZero width\u200b"},  // a format character, not a space
