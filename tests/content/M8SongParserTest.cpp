@@ -108,8 +108,9 @@ TEST(M8SongParserTest, ReadsEveryRealSong) {
     }
     // The test song holds one instrument of each type.
     std::vector<std::string> types;
-    for (const auto& instrument : M8SongParser::parseSong(fixtures / "TEST-FILE.m8s")->instruments)
-        types.emplace_back(InstrumentInfo::rawValue(instrument.type));
+    const auto testSong = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");  // outlives the loop
+    ASSERT_TRUE(testSong);
+    for (const auto& instrument : testSong->instruments) types.emplace_back(InstrumentInfo::rawValue(instrument.type));
     EXPECT_EQ(types, (std::vector<std::string>{"WAVSYNTH", "MACROSYN", "SAMPLER", "FMSYNTH", "HYPERSYNTH",
                                                "MIDI OUT", "EXTERNAL"}));
 }
