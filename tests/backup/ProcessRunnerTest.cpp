@@ -35,12 +35,10 @@ Lines linesOfShell(const std::string& script) {
 // ---- lines and output -------------------------------------------------------------------------
 
 TEST(ProcessRunnerTest, LinesEndAtEachTerminatorAndAreRepaired) {
+    // The splitting itself is the line splitter's; these show that both streams go through it.
     const std::vector<std::pair<std::string, Lines>> cases{
-        {R"(printf 'one\ntwo\rthree')", {"one", "two", "three"}},
-        {R"(printf 'first\r\nsecond\r\n')", {"first", "second"}},
-        {R"(printf '\n\n\r\nonly\n\r\r\n')", {"only"}},
-        {R"(printf '  1%%\r 50%%\r100%%\nsent 12 bytes\n')", {"  1%", " 50%", "100%", "sent 12 bytes"}},
-        {R"(printf 'caf\303\251 \377x\n')", {"caf\u00e9 \uFFFDx"}},
+        {R"(printf 'one\ntwo\rthree\r\n\n\r\n  1%%\r')", {"one", "two", "three", "  1%"}},
+        {R"(printf 'caf\303\251 \377x\n' >&2)", {"caf\u00e9 \uFFFDx"}},
         {"(sleep 1; echo from-grandchild) & echo from-child", {"from-child", "from-grandchild"}},
     };
     for (const auto& [script, expected] : cases) EXPECT_EQ(linesOfShell(script), expected) << script;

@@ -132,10 +132,6 @@ protected:
         return changed;
     }
 
-    static bool hasLine(const Args& lines, const std::string& line) {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-
     const std::string rsync = "/usr/bin/rsync";
     test::TempDir folder;
     fs::path source = folder / "card";
@@ -182,15 +178,6 @@ TEST_F(RsyncCommandsWithRsyncTest, VerifyFindsAContentChangeThatSizeAndTimeHide)
     fs::last_write_time(destination / "Songs/song.m8s", time);
     EXPECT_EQ(differences(run(verifyArguments(source, destination, std::nullopt, std::nullopt))),
               Args{">fc........\tSongs/song.m8s"});
-}
-
-TEST_F(RsyncCommandsWithRsyncTest, CompareVersionsReportsAddedAndDeletedFromA) {
-    test::writeFile(source / "only-in-a.wav", "a");
-    test::writeFile(destination / "only-in-b.wav", "b");
-    const Args lines = run(compareVersionsArguments(source, destination));
-    EXPECT_TRUE(hasLine(lines, ">f+++++++++\tonly-in-a.wav")) << testing::PrintToString(lines);
-    EXPECT_TRUE(hasLine(lines, "*deleting  \tonly-in-b.wav")) << testing::PrintToString(lines);
-    EXPECT_FALSE(fs::exists(destination / "only-in-a.wav"));
 }
 
 }  // namespace
