@@ -70,9 +70,7 @@ TEST(CardChangeWatcherRuleTest, OnlyHousekeepingFoldersAtTheRootAreNotChanges) {
         {"/media/M8/Songs/.Trashes/a.m8s", true},
         {"/media/M8/.Trashes-old", true},
         {"/media/M8", true},
-        {"/media/M8/", true},
         {"/media/M8x/.Trashes", true},
-        {"/elsewhere/.Trashes", true},
     };
     for (const auto& [path, counts] : cases)
         EXPECT_EQ(CardChangeWatcher::countsAsChange(path, "/media/M8"), counts) << path;

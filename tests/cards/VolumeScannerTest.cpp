@@ -112,13 +112,11 @@ TEST(IsM8CardTest, RecognisesTheStartupFileOrBothFolders) {
         std::vector<const char*> folders, files;
         bool expected;
     };
-    const std::vector<Case> cases{
-        {{}, {"System/STARTUP.m8s"}, true},
-        {{"System/STARTUP.m8s"}, {}, true},
-        {{"Songs", "Instruments"}, {}, true},
-        {{"Songs"}, {"Instruments"}, false},
-        {{"System", "Samples"}, {"System/OTHER.m8s"}, false},
-    };
+    const std::vector<Case> cases{{{}, {"System/STARTUP.m8s"}, true},
+                                  {{"System/STARTUP.m8s"}, {}, true},
+                                  {{"Songs", "Instruments"}, {}, true},
+                                  {{"Songs"}, {"Instruments"}, false},
+                                  {{"System", "Samples"}, {"System/OTHER.m8s"}, false}};
     for (const auto& [folders, files, expected] : cases) {
         test::TempDir volume;
         for (const char* name : folders) std::filesystem::create_directories(volume / name);
@@ -136,7 +134,6 @@ TEST(VolumeScannerExclusionListTest, SplitsAtCommasTrimsAndReadsOnlyTheFirst1024
     const std::vector<std::pair<std::string, Names>> cases{
         {" Card A ,, B\t,", {"Card A", "B"}},
         {" Line\nBreak ,\t", {"Line\nBreak"}},
-        {" ,\t, ", {}},
         {first + ",Card B", {first, "Car"}},
         {accented + ",Z", {accented, "Z"}},
         {accented + "e\u0301,Z", {accented + "e\u0301"}},
