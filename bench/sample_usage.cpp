@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "M8Files.h"
 #include "content/SampleReferences.h"
 #include "core/Formatting.h"
 
@@ -28,19 +29,6 @@ constexpr int songCount = 1'000;
 constexpr int kitCount = 50, samplesPerKit = 100;  // 5,000 samples
 constexpr int referencesPerSong = 6;
 constexpr int runs = 3;
-
-// A whole song of the newer layout whose first slots are samplers with these paths.
-std::string songBytes(const std::vector<std::string>& samplePaths) {
-    constexpr std::size_t table = 80446, stride = 215, pathOffset = 87;
-    std::string bytes(table + 128 * stride, '\0');
-    bytes.replace(0, 12, std::string("M8VERSION\0\x01\x04", 12));
-    for (std::size_t slot = 0; slot < 128; ++slot) bytes[table + slot * stride] = '\xFF';
-    for (std::size_t slot = 0; slot < samplePaths.size(); ++slot) {
-        bytes[table + slot * stride] = 2;
-        bytes.replace(table + slot * stride + pathOffset, samplePaths[slot].size(), samplePaths[slot]);
-    }
-    return bytes;
-}
 
 void writeFile(const fs::path& file, const std::string& content) {
     fs::create_directories(file.parent_path());
@@ -89,7 +77,7 @@ std::vector<fs::path> generateVersion(const fs::path& version) {
         const fs::path folder =
             nested ? version / "Songs" / ("Set" + std::to_string(song % 40)) : version / "Songs";
         songs.push_back(folder / ("SONG" + std::to_string(song) + ".m8s"));
-        writeFile(songs.back(), songBytes(references));
+        writeFile(songs.back(), test::songWithSamples(references));
     }
     return songs;
 }
