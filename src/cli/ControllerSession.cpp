@@ -12,13 +12,16 @@
 
 namespace tapekeep::cli {
 
-ControllerSession::ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies)
+ControllerSession::ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies,
+                                     bool needsStore)
     : context_(context), feedback_(context.err()) {
     dependencies.makeScanner = [&context] { return context.makeScanner(); };
     dependencies.feedback = &feedback_;
     dependencies.store = &context.store();
-    dependencies.baseFolderOverride = context.baseFolder();
-    dependencies.rsyncPathOverride = context.rsyncPath();
+    if (needsStore) {
+        dependencies.baseFolderOverride = context.baseFolder();
+        dependencies.rsyncPathOverride = context.rsyncPath();
+    }
     viewModel_ = std::make_unique<BackupViewModel>(context.settings(), std::move(dependencies));
 }
 

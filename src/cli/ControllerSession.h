@@ -17,7 +17,8 @@ namespace tapekeep::cli {
 // SIGINT and SIGTERM cancel every operation through the controller's own cancellation path.
 class ControllerSession {
 public:
-    ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies);
+    // needsStore: the command reads or writes backups, so a base folder must be set.
+    ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies, bool needsStore = true);
 
     BackupViewModel& viewModel() { return *viewModel_; }
     [[nodiscard]] bool interrupted() const { return interrupts_.signalled(); }

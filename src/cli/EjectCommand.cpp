@@ -12,7 +12,7 @@ int EjectCommand::run(CliContext& context, Arguments arguments) {
     BackupViewModel::Dependencies dependencies;
     dependencies.watchCards = false;
     dependencies.followCardContent = false;  // a one-off call has no card view to keep fresh
-    ControllerSession session(context, std::move(dependencies));
+    ControllerSession session(context, std::move(dependencies), false);
     session.scan();
     const SDCard card = session.card(operands.front());
     std::optional<std::string> failure;
