@@ -204,6 +204,7 @@ void BackupViewModel::syncWatchers() {
 }
 
 void BackupViewModel::loadRepositoryFacts(const SDCard& card) {
+    if (baseFolder().empty()) return;  // no store chosen yet: nothing to show
     const fs::path setRoot = baseFolder() / backupSetFolderName(card.volumeName, card.diskUtilUUID);
     const std::string uuid = card.diskUtilUUID;
     tasks_.start([this, setRoot, uuid, poster = poster_](std::stop_token token) {

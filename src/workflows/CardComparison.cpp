@@ -10,6 +10,7 @@ namespace tapekeep {
 
 CardComparison CardComparison::compare(const SDCard& card, const std::filesystem::path& baseFolder,
                                        std::stop_token token) {
+    if (baseFolder.empty()) return CardComparison{BackupFreshness::noBackup(), {}};
     const auto setRoot = baseFolder / backupSetFolderName(card.volumeName, card.diskUtilUUID);
     const auto latest = BackupRepository::resolvePreviousVersion(setRoot);
     if (!latest) return CardComparison{BackupFreshness::noBackup(), {}};
