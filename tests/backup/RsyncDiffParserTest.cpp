@@ -29,6 +29,7 @@ TEST(RsyncDiffParserTest, ReadsTheChangeOrSkipsTheLine) {
         {">f.st......\tSongs/a.m8s", modified, modified, "Songs/a.m8s"},
         {">f.........\tSongs/a.m8s", skipped, skipped, ""},
         {".f..t......\tSongs/a.m8s", skipped, skipped, ""},
+        {"cL+++++++++\tSamples/link", added, added, "Samples/link"},
         {"cd+++++++++\tSongs/new/", skipped, added, "Songs/new/"},
         // Tabs and blanks in paths belong to the path.
         {">f+++++++++\tSongs/a\tb.m8s", added, added, "Songs/a\tb.m8s"},
