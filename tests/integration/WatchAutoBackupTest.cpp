@@ -99,14 +99,16 @@ TEST_F(WatchAutoBackupTest, BacksUpACardMountedAfterTheStartAndFollowsItsChanges
 }
 
 TEST_F(WatchAutoBackupTest, LeavesAPresentCardAloneAndCancelsTheCountdownOfAPulledOne) {
+    // A longer countdown, so that the card is surely pulled before it ends on a busy machine.
+    ASSERT_EQ(test::runCli(home(), {"settings", "set", "autoBackupDelaySeconds", "5"}).status, 0);
     auto watcher = watch();
     ASSERT_TRUE(waitForLine(*watcher, state("idle"))) << watcher->out() << watcher->err();
-    std::this_thread::sleep_for(std::chrono::seconds(3));  // longer than the countdown
+    std::this_thread::sleep_for(std::chrono::seconds(6));  // longer than the countdown
     card_->unmount();
     card_->mount();
     ASSERT_TRUE(waitForLine(*watcher, state("autoBackupCountdown"))) << watcher->out() << watcher->err();
     card_->unmount();
-    std::this_thread::sleep_for(std::chrono::seconds(4));  // past the end of the countdown
+    std::this_thread::sleep_for(std::chrono::seconds(6));  // past the end of the countdown
     watcher->signal(SIGINT);
     EXPECT_EQ(watcher->wait(), 0) << watcher->err();
     for (const auto& line : lines(*watcher)) EXPECT_NE(line.at("state"), "running") << line.dump();
