@@ -39,7 +39,8 @@ void generateCard(const fs::path& card) {
         const fs::path folder = card / (i % 10 == 0 ? "Songs" : "Samples/Kit " + std::to_string(i % 37));
         fs::create_directories(folder);
         std::snprintf(block.data(), 32, "file %d", i);  // every file differs from the others
-        std::ofstream(folder / ("take " + std::to_string(i) + (i % 10 == 0 ? ".m8s" : ".wav")), std::ios::binary)
+        std::ofstream(folder / ("take " + std::to_string(i) + (i % 10 == 0 ? ".m8s" : ".wav")),
+                      std::ios::binary)
             << block;
     }
     fs::create_directories(card / "Instruments");
@@ -64,7 +65,8 @@ int runBare(const std::vector<std::string>& arguments) {
 }
 
 // The dry run and the transfer that a backup makes, with nothing around them.
-double bareBackup(const fs::path& card, const fs::path& destination, const std::optional<fs::path>& linkDest) {
+double bareBackup(const fs::path& card, const fs::path& destination,
+                  const std::optional<fs::path>& linkDest) {
     const auto start = std::chrono::steady_clock::now();
     fs::create_directories(destination);
     runBare(RsyncCommands::estimateArguments(card, destination, linkDest));
@@ -125,7 +127,8 @@ int main() {
     }
     const double bare = bareFull + bareUnchanged, ours = oursFull + oursUnchanged;
 
-    std::printf("full copy:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f\n", oursFull, bareFull, oursFull / bareFull);
+    std::printf("full copy:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f\n", oursFull, bareFull,
+                oursFull / bareFull);
     std::printf("unchanged:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f\n", oursUnchanged, bareUnchanged,
                 oursUnchanged / bareUnchanged);
     std::printf("overall ratio %.3f (target: <= 1.05)\n", ours / bare);

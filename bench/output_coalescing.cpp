@@ -40,7 +40,9 @@ constexpr double targetMicrosecondsPerLine = 1.0;
 constexpr double targetChangesPerSecond = 4.0;
 const std::string cardID = "76FA-7D45-0000-BE4C";
 
-double seconds(SteadyClock::duration duration) { return std::chrono::duration<double>(duration).count(); }
+double seconds(SteadyClock::duration duration) {
+    return std::chrono::duration<double>(duration).count();
+}
 
 // A card in a temporary folder: a few M8 files and one large sparse sample, so that the dry run
 // predicts enough bytes for the progress bar to move through the whole feed.
@@ -49,7 +51,8 @@ public:
     BenchCard() {
         std::string pattern = (fs::temp_directory_path() / "tapekeep-bench-XXXXXX").string();
         root_ = mkdtemp(pattern.data());
-        for (const char* file : {"Songs/live set.m8s", "Instruments/bass.m8i"}) write(mountPath() / file, "m8");
+        for (const char* file : {"Songs/live set.m8s", "Instruments/bass.m8i"})
+            write(mountPath() / file, "m8");
         write(mountPath() / "Samples/field recording.wav", "");
         fs::resize_file(mountPath() / "Samples/field recording.wav", cardBytes);
     }
@@ -74,8 +77,8 @@ private:
 std::vector<std::string> rsyncLines(std::size_t count) {
     std::mt19937 random(2024);
     auto below = [&](int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(random); };
-    static const char* const folders[] = {"Samples/Drums/", "Samples/Vox/Chöre/", "Songs/Live Set/", "Instruments/",
-                                          "Samples/Field Recordings 2024/"};
+    static const char* const folders[] = {"Samples/Drums/", "Samples/Vox/Chöre/", "Songs/Live Set/",
+                                          "Instruments/", "Samples/Field Recordings 2024/"};
     static const char* const stems[] = {"kick ", "snare ", "take ", "track ", "bass ", "Ünïcode pad "};
     static const char* const extensions[] = {".wav", ".wav", ".wav", ".m8s", ".m8i"};
     const int fileCount = static_cast<int>(count * 10 / 35);
@@ -91,15 +94,17 @@ std::vector<std::string> rsyncLines(std::size_t count) {
             const bool listComplete = file > fileCount / 4;
             const int total = listComplete ? fileCount + 1 : file + 1 + below(200);
             std::snprintf(text, sizeof text, "%15s %3d%% %7.2fMB/s    0:00:%02d (xfr#%d, %s-chk=%d/%d)",
-                          formatWithThousandsSeparator(bytes).c_str(), static_cast<int>(bytes * 100 / cardBytes),
-                          1.0 + below(9000) / 100.0, below(60), file, listComplete ? "to" : "ir", total - file,
-                          total);
+                          formatWithThousandsSeparator(bytes).c_str(),
+                          static_cast<int>(bytes * 100 / cardBytes), 1.0 + below(9000) / 100.0, below(60),
+                          file, listComplete ? "to" : "ir", total - file, total);
             lines.emplace_back(text);
         }
-        if (below(50) == 0) lines.push_back(formatWithThousandsSeparator(bytes) + " 101%   10.00MB/s    0:00:00");
+        if (below(50) == 0)
+            lines.push_back(formatWithThousandsSeparator(bytes) + " 101%   10.00MB/s    0:00:00");
     }
     lines.resize(count - 2);
-    lines.push_back("sent " + formatWithThousandsSeparator(bytes) + " bytes  received 1.23K bytes  45.67M bytes/sec");
+    lines.push_back("sent " + formatWithThousandsSeparator(bytes) +
+                    " bytes  received 1.23K bytes  45.67M bytes/sec");
     lines.push_back("total size is " + formatWithThousandsSeparator(cardBytes) + "  speedup is 1.00");
     return lines;
 }
@@ -108,13 +113,16 @@ std::vector<std::string> rsyncLines(std::size_t count) {
 // that the feed below stands in for rsync's output with the card's progress tracker in place.
 struct HeldRun {
     explicit HeldRun(const BenchCard& card)
-        : store(card.root() / "settings.json"), settings(store, [] { return std::optional<std::string>("/usr/bin/rsync"); }) {
+        : store(card.root() / "settings.json"),
+          settings(store, [] { return std::optional<std::string>("/usr/bin/rsync"); }) {
         settings.setBackupBaseDirPath(QString::fromStdString((card.root() / "backups").string()));
         BackupViewModel::Dependencies dependencies;
         dependencies.makeScanner = [volume = card.mountPath()] {
             VolumeScanner::Configuration configuration;
             configuration.volumesProvider = [volume] { return std::vector{volume}; };
-            configuration.diskInfoProvider = [](const fs::path&, std::stop_token) { return DiskInfo{cardID, false}; };
+            configuration.diskInfoProvider = [](const fs::path&, std::stop_token) {
+                return DiskInfo{cardID, false};
+            };
             return std::make_unique<VolumeScanner>(std::move(configuration));
         };
         dependencies.runRsync = [this](const std::string& path, const std::vector<std::string>& arguments,
@@ -131,7 +139,8 @@ struct HeldRun {
 
     bool start() {
         model->scanForCards();
-        if (!waitFor([&] { return !model->isScanning(); }) || model->detectedCards().size() != 1) return false;
+        if (!waitFor([&] { return !model->isScanning(); }) || model->detectedCards().size() != 1)
+            return false;
         model->startBackup(model->detectedCards().front());
         return waitFor([&] { return transferEntered.load(); });
     }
@@ -160,7 +169,7 @@ struct FeedResult {
     double busySeconds = 0;    // GUI thread time: appendOutput and the event loop's turns
     double appendSeconds = 0;  // of which appendOutput alone
     double wallSeconds = 0;
-    int changes[3] = {};       // cardLogs, cardProgress, cardFilesRemaining
+    int changes[3] = {};  // cardLogs, cardProgress, cardFilesRemaining
 };
 
 // Feeds the lines at linesPerSecond in batches, turning the event loop between batches and while
@@ -177,8 +186,9 @@ FeedResult feed(BackupViewModel& model, const std::vector<std::string>& lines) {
     };
     const auto start = SteadyClock::now();
     for (std::size_t first = 0; first < lines.size(); first += batchSize) {
-        const auto due = start + std::chrono::duration_cast<SteadyClock::duration>(
-                                     std::chrono::duration<double>(static_cast<double>(first) / linesPerSecond));
+        const auto due =
+            start + std::chrono::duration_cast<SteadyClock::duration>(
+                        std::chrono::duration<double>(static_cast<double>(first) / linesPerSecond));
         while (SteadyClock::now() < due) {
             turnEventLoop();
             std::this_thread::sleep_for(200us);
@@ -231,10 +241,12 @@ int main(int argc, char** argv) {
     const double perLine = result.busySeconds / count * 1e6;
     std::printf("rsync output: %s lines at %s lines/s over %.2f s; %s reached the log, progress %.3f\n",
                 formatWithThousandsSeparator(static_cast<std::int64_t>(lines.size())).c_str(),
-                formatWithThousandsSeparator(static_cast<std::int64_t>(linesPerSecond)).c_str(), result.wallSeconds,
-                formatWithThousandsSeparator(static_cast<std::int64_t>(logged)).c_str(), progress.value_or(-1));
-    std::printf("GUI thread per line: %.3f us (appendOutput alone %.3f us, flushes and event loop %.3f us)\n", perLine,
-                result.appendSeconds / count * 1e6, (result.busySeconds - result.appendSeconds) / count * 1e6);
+                formatWithThousandsSeparator(static_cast<std::int64_t>(linesPerSecond)).c_str(),
+                result.wallSeconds, formatWithThousandsSeparator(static_cast<std::int64_t>(logged)).c_str(),
+                progress.value_or(-1));
+    std::printf("GUI thread per line: %.3f us (appendOutput alone %.3f us, flushes and event loop %.3f us)\n",
+                perLine, result.appendSeconds / count * 1e6,
+                (result.busySeconds - result.appendSeconds) / count * 1e6);
     std::printf("baseline copy into a list: %.3f us per line; ratio %.1fx\n", baseline / count * 1e6,
                 result.busySeconds / baseline);
     double worst = 0;

@@ -47,7 +47,9 @@ std::string autostartEntryText() {
            "Type=Application\n"
            "Name=Tapekeep\n"
            "Comment=Back up the M8 tracker's SD card\n"
-           "Exec=" + quotedExecArgument(desktopExecutable()) + "\n"
+           "Exec=" +
+           quotedExecArgument(desktopExecutable()) +
+           "\n"
            "Icon=tapekeep\n"
            "Terminal=false\n"
            "X-GNOME-Autostart-enabled=true\n";
@@ -56,7 +58,8 @@ std::string autostartEntryText() {
 }  // namespace
 
 AppSettings::AppSettings(SettingsStore& store, QObject* parent)
-    : AppSettings(store, [] { return findBestRsync(); }, parent) {}
+    : AppSettings(
+          store, [] { return findBestRsync(); }, parent) {}
 
 AppSettings::AppSettings(SettingsStore& store, RsyncFinder findRsync, QObject* parent)
     : QObject(parent), store_(store) {
@@ -84,9 +87,13 @@ QString AppSettings::readString(const char* key) const {
     return QString::fromStdString(readValue(store_, key).get<std::string>());
 }
 
-int AppSettings::readInt(const char* key) const { return readValue(store_, key).get<int>(); }
+int AppSettings::readInt(const char* key) const {
+    return readValue(store_, key).get<int>();
+}
 
-bool AppSettings::readBool(const char* key) const { return readValue(store_, key).get<bool>(); }
+bool AppSettings::readBool(const char* key) const {
+    return readValue(store_, key).get<bool>();
+}
 
 template <typename Value>
 void AppSettings::write(const char* key, const Value& value, void (AppSettings::*changed)()) {
@@ -97,7 +104,7 @@ void AppSettings::write(const char* key, const Value& value, void (AppSettings::
         return;
     }
     if (SettingsKeys::read(store_, *definition) == wanted) return;
-    if (storeValue(key, wanted)) Q_EMIT (this->*changed)();
+    if (storeValue(key, wanted)) Q_EMIT(this->*changed)();
 }
 
 bool AppSettings::storeValue(const char* key, const nlohmann::json& value) {
@@ -110,29 +117,75 @@ bool AppSettings::storeValue(const char* key, const nlohmann::json& value) {
     }
 }
 
-QString AppSettings::backupBaseDirPath() const { return readString(SettingsKeys::backupBaseDirPath); }
-int AppSettings::keepCount() const { return readInt(SettingsKeys::keepCount); }
-bool AppSettings::rotateBackups() const { return readBool(SettingsKeys::rotateBackups); }
-QString AppSettings::rsyncPath() const { return readString(SettingsKeys::rsyncPath); }
-QString AppSettings::appearance() const { return readString(SettingsKeys::appearance); }
-bool AppSettings::verifyAfterBackup() const { return readBool(SettingsKeys::verifyAfterBackup); }
-bool AppSettings::playSoundOnCompletion() const { return readBool(SettingsKeys::playSoundOnCompletion); }
-QString AppSettings::completionSoundName() const { return readString(SettingsKeys::completionSoundName); }
-QString AppSettings::excludedVolumes() const { return readString(SettingsKeys::excludedVolumes); }
-bool AppSettings::notifyOnCompletion() const { return readBool(SettingsKeys::notifyOnCompletion); }
-bool AppSettings::autoBackupOnConnect() const { return readBool(SettingsKeys::autoBackupOnConnect); }
-int AppSettings::autoBackupDelaySeconds() const { return readInt(SettingsKeys::autoBackupDelaySeconds); }
-QString AppSettings::backupSetLabelsJSON() const { return readString(SettingsKeys::backupSetLabelsJSON); }
-bool AppSettings::menuBarMode() const { return readBool(SettingsKeys::menuBarMode); }
-bool AppSettings::askToEjectOnQuit() const { return readBool(SettingsKeys::askToEjectOnQuit); }
-QString AppSettings::m8Accent() const { return readString(SettingsKeys::m8Accent); }
-QString AppSettings::m8TypeMode() const { return readString(SettingsKeys::m8TypeMode); }
-QString AppSettings::m8TypeScale() const { return readString(SettingsKeys::m8TypeScale); }
-QString AppSettings::mainTab() const { return readString(SettingsKeys::mainTab); }
-bool AppSettings::launchOnLogin() const { return readBool(SettingsKeys::launchOnLogin); }
-bool AppSettings::autoEjectOnCompletion() const { return readBool(SettingsKeys::autoEjectOnCompletion); }
-QString AppSettings::verifyMismatchActionRaw() const { return readString(SettingsKeys::verifyMismatchActionRaw); }
-bool AppSettings::notifyOnFailure() const { return readBool(SettingsKeys::notifyOnFailure); }
+QString AppSettings::backupBaseDirPath() const {
+    return readString(SettingsKeys::backupBaseDirPath);
+}
+int AppSettings::keepCount() const {
+    return readInt(SettingsKeys::keepCount);
+}
+bool AppSettings::rotateBackups() const {
+    return readBool(SettingsKeys::rotateBackups);
+}
+QString AppSettings::rsyncPath() const {
+    return readString(SettingsKeys::rsyncPath);
+}
+QString AppSettings::appearance() const {
+    return readString(SettingsKeys::appearance);
+}
+bool AppSettings::verifyAfterBackup() const {
+    return readBool(SettingsKeys::verifyAfterBackup);
+}
+bool AppSettings::playSoundOnCompletion() const {
+    return readBool(SettingsKeys::playSoundOnCompletion);
+}
+QString AppSettings::completionSoundName() const {
+    return readString(SettingsKeys::completionSoundName);
+}
+QString AppSettings::excludedVolumes() const {
+    return readString(SettingsKeys::excludedVolumes);
+}
+bool AppSettings::notifyOnCompletion() const {
+    return readBool(SettingsKeys::notifyOnCompletion);
+}
+bool AppSettings::autoBackupOnConnect() const {
+    return readBool(SettingsKeys::autoBackupOnConnect);
+}
+int AppSettings::autoBackupDelaySeconds() const {
+    return readInt(SettingsKeys::autoBackupDelaySeconds);
+}
+QString AppSettings::backupSetLabelsJSON() const {
+    return readString(SettingsKeys::backupSetLabelsJSON);
+}
+bool AppSettings::menuBarMode() const {
+    return readBool(SettingsKeys::menuBarMode);
+}
+bool AppSettings::askToEjectOnQuit() const {
+    return readBool(SettingsKeys::askToEjectOnQuit);
+}
+QString AppSettings::m8Accent() const {
+    return readString(SettingsKeys::m8Accent);
+}
+QString AppSettings::m8TypeMode() const {
+    return readString(SettingsKeys::m8TypeMode);
+}
+QString AppSettings::m8TypeScale() const {
+    return readString(SettingsKeys::m8TypeScale);
+}
+QString AppSettings::mainTab() const {
+    return readString(SettingsKeys::mainTab);
+}
+bool AppSettings::launchOnLogin() const {
+    return readBool(SettingsKeys::launchOnLogin);
+}
+bool AppSettings::autoEjectOnCompletion() const {
+    return readBool(SettingsKeys::autoEjectOnCompletion);
+}
+QString AppSettings::verifyMismatchActionRaw() const {
+    return readString(SettingsKeys::verifyMismatchActionRaw);
+}
+bool AppSettings::notifyOnFailure() const {
+    return readBool(SettingsKeys::notifyOnFailure);
+}
 
 void AppSettings::setBackupBaseDirPath(const QString& value) {
     write(SettingsKeys::backupBaseDirPath, value.toStdString(), &AppSettings::backupBaseDirPathChanged);
@@ -219,7 +272,8 @@ void AppSettings::setAutoEjectOnCompletion(bool value) {
 }
 
 void AppSettings::setVerifyMismatchActionRaw(const QString& value) {
-    write(SettingsKeys::verifyMismatchActionRaw, value.toStdString(), &AppSettings::verifyMismatchActionRawChanged);
+    write(SettingsKeys::verifyMismatchActionRaw, value.toStdString(),
+          &AppSettings::verifyMismatchActionRawChanged);
 }
 
 void AppSettings::setNotifyOnFailure(bool value) {
@@ -239,7 +293,8 @@ std::map<std::string, std::string> AppSettings::labels() const {
 }
 
 void AppSettings::setLabels(const std::map<std::string, std::string>& labels) {
-    write(SettingsKeys::backupSetLabelsJSON, BackupSetLabels::encode(labels), &AppSettings::backupSetLabelsJSONChanged);
+    write(SettingsKeys::backupSetLabelsJSON, BackupSetLabels::encode(labels),
+          &AppSettings::backupSetLabelsJSONChanged);
 }
 
 std::filesystem::path AppSettings::autostartEntry() {

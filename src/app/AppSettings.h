@@ -25,29 +25,42 @@ namespace tapekeep {
 // the values it needs.
 class AppSettings : public QObject {
     Q_OBJECT
-    Q_PROPERTY(QString backupBaseDirPath READ backupBaseDirPath WRITE setBackupBaseDirPath NOTIFY backupBaseDirPathChanged)
+    Q_PROPERTY(QString backupBaseDirPath READ backupBaseDirPath WRITE setBackupBaseDirPath NOTIFY
+                   backupBaseDirPathChanged)
     Q_PROPERTY(int keepCount READ keepCount WRITE setKeepCount NOTIFY keepCountChanged)
     Q_PROPERTY(bool rotateBackups READ rotateBackups WRITE setRotateBackups NOTIFY rotateBackupsChanged)
     Q_PROPERTY(QString rsyncPath READ rsyncPath WRITE setRsyncPath NOTIFY rsyncPathChanged)
     Q_PROPERTY(QString appearance READ appearance WRITE setAppearance NOTIFY appearanceChanged)
-    Q_PROPERTY(bool verifyAfterBackup READ verifyAfterBackup WRITE setVerifyAfterBackup NOTIFY verifyAfterBackupChanged)
-    Q_PROPERTY(bool playSoundOnCompletion READ playSoundOnCompletion WRITE setPlaySoundOnCompletion NOTIFY playSoundOnCompletionChanged)
-    Q_PROPERTY(QString completionSoundName READ completionSoundName WRITE setCompletionSoundName NOTIFY completionSoundNameChanged)
-    Q_PROPERTY(QString excludedVolumes READ excludedVolumes WRITE setExcludedVolumes NOTIFY excludedVolumesChanged)
-    Q_PROPERTY(bool notifyOnCompletion READ notifyOnCompletion WRITE setNotifyOnCompletion NOTIFY notifyOnCompletionChanged)
-    Q_PROPERTY(bool autoBackupOnConnect READ autoBackupOnConnect WRITE setAutoBackupOnConnect NOTIFY autoBackupOnConnectChanged)
-    Q_PROPERTY(int autoBackupDelaySeconds READ autoBackupDelaySeconds WRITE setAutoBackupDelaySeconds NOTIFY autoBackupDelaySecondsChanged)
-    Q_PROPERTY(QString backupSetLabelsJSON READ backupSetLabelsJSON WRITE setBackupSetLabelsJSON NOTIFY backupSetLabelsJSONChanged)
+    Q_PROPERTY(bool verifyAfterBackup READ verifyAfterBackup WRITE setVerifyAfterBackup NOTIFY
+                   verifyAfterBackupChanged)
+    Q_PROPERTY(bool playSoundOnCompletion READ playSoundOnCompletion WRITE setPlaySoundOnCompletion NOTIFY
+                   playSoundOnCompletionChanged)
+    Q_PROPERTY(QString completionSoundName READ completionSoundName WRITE setCompletionSoundName NOTIFY
+                   completionSoundNameChanged)
+    Q_PROPERTY(
+        QString excludedVolumes READ excludedVolumes WRITE setExcludedVolumes NOTIFY excludedVolumesChanged)
+    Q_PROPERTY(bool notifyOnCompletion READ notifyOnCompletion WRITE setNotifyOnCompletion NOTIFY
+                   notifyOnCompletionChanged)
+    Q_PROPERTY(bool autoBackupOnConnect READ autoBackupOnConnect WRITE setAutoBackupOnConnect NOTIFY
+                   autoBackupOnConnectChanged)
+    Q_PROPERTY(int autoBackupDelaySeconds READ autoBackupDelaySeconds WRITE setAutoBackupDelaySeconds NOTIFY
+                   autoBackupDelaySecondsChanged)
+    Q_PROPERTY(QString backupSetLabelsJSON READ backupSetLabelsJSON WRITE setBackupSetLabelsJSON NOTIFY
+                   backupSetLabelsJSONChanged)
     Q_PROPERTY(bool menuBarMode READ menuBarMode WRITE setMenuBarMode NOTIFY menuBarModeChanged)
-    Q_PROPERTY(bool askToEjectOnQuit READ askToEjectOnQuit WRITE setAskToEjectOnQuit NOTIFY askToEjectOnQuitChanged)
+    Q_PROPERTY(
+        bool askToEjectOnQuit READ askToEjectOnQuit WRITE setAskToEjectOnQuit NOTIFY askToEjectOnQuitChanged)
     Q_PROPERTY(QString m8Accent READ m8Accent WRITE setM8Accent NOTIFY m8AccentChanged)
     Q_PROPERTY(QString m8TypeMode READ m8TypeMode WRITE setM8TypeMode NOTIFY m8TypeModeChanged)
     Q_PROPERTY(QString m8TypeScale READ m8TypeScale WRITE setM8TypeScale NOTIFY m8TypeScaleChanged)
     Q_PROPERTY(QString mainTab READ mainTab WRITE setMainTab NOTIFY mainTabChanged)
     Q_PROPERTY(bool launchOnLogin READ launchOnLogin WRITE setLaunchOnLogin NOTIFY launchOnLoginChanged)
-    Q_PROPERTY(bool autoEjectOnCompletion READ autoEjectOnCompletion WRITE setAutoEjectOnCompletion NOTIFY autoEjectOnCompletionChanged)
-    Q_PROPERTY(QString verifyMismatchActionRaw READ verifyMismatchActionRaw WRITE setVerifyMismatchActionRaw NOTIFY verifyMismatchActionRawChanged)
-    Q_PROPERTY(bool notifyOnFailure READ notifyOnFailure WRITE setNotifyOnFailure NOTIFY notifyOnFailureChanged)
+    Q_PROPERTY(bool autoEjectOnCompletion READ autoEjectOnCompletion WRITE setAutoEjectOnCompletion NOTIFY
+                   autoEjectOnCompletionChanged)
+    Q_PROPERTY(QString verifyMismatchActionRaw READ verifyMismatchActionRaw WRITE setVerifyMismatchActionRaw
+                   NOTIFY verifyMismatchActionRawChanged)
+    Q_PROPERTY(
+        bool notifyOnFailure READ notifyOnFailure WRITE setNotifyOnFailure NOTIFY notifyOnFailureChanged)
 
 public:
     // Returns the preferred rsync executable, or nothing when no candidate is installed.

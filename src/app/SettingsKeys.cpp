@@ -8,9 +8,15 @@
 namespace tapekeep::SettingsKeys {
 namespace {
 
-Definition boolean(const char* key, bool fallback) { return {key, ValueType::boolean, fallback, {}}; }
-Definition integer(const char* key, int fallback) { return {key, ValueType::integer, fallback, {}}; }
-Definition text(const char* key, const char* fallback) { return {key, ValueType::string, fallback, {}}; }
+Definition boolean(const char* key, bool fallback) {
+    return {key, ValueType::boolean, fallback, {}};
+}
+Definition integer(const char* key, int fallback) {
+    return {key, ValueType::integer, fallback, {}};
+}
+Definition text(const char* key, const char* fallback) {
+    return {key, ValueType::string, fallback, {}};
+}
 Definition oneOf(const char* key, const char* fallback, std::vector<std::string> allowed) {
     return {key, ValueType::string, fallback, std::move(allowed)};
 }
@@ -98,10 +104,14 @@ const Definition* find(std::string_view key) {
 
 bool accepts(const Definition& definition, const nlohmann::json& value) {
     switch (definition.type) {
-        case ValueType::boolean: return value.is_boolean();
-        case ValueType::integer: return isInt(value);
-        case ValueType::string: return isAllowedString(definition, value);
-        case ValueType::jsonText: return value.is_string();  // an undecodable text reads as no labels
+        case ValueType::boolean:
+            return value.is_boolean();
+        case ValueType::integer:
+            return isInt(value);
+        case ValueType::string:
+            return isAllowedString(definition, value);
+        case ValueType::jsonText:
+            return value.is_string();  // an undecodable text reads as no labels
     }
     return false;
 }
@@ -126,8 +136,10 @@ std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view 
     const Definition* definition = find(key);
     if (definition == nullptr) return std::nullopt;
     switch (definition->type) {
-        case ValueType::boolean: return parseBoolean(text);
-        case ValueType::integer: return parseInteger(text);
+        case ValueType::boolean:
+            return parseBoolean(text);
+        case ValueType::integer:
+            return parseInteger(text);
         case ValueType::string: {
             nlohmann::json value = std::string(text);
             if (!isEncodable(value) || !isAllowedString(*definition, value)) return std::nullopt;
@@ -144,10 +156,14 @@ std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view 
 
 std::string describeExpected(const Definition& definition) {
     switch (definition.type) {
-        case ValueType::boolean: return "true or false";
-        case ValueType::integer: return "an integer";
-        case ValueType::jsonText: return "a JSON object of strings";
-        case ValueType::string: break;
+        case ValueType::boolean:
+            return "true or false";
+        case ValueType::integer:
+            return "an integer";
+        case ValueType::jsonText:
+            return "a JSON object of strings";
+        case ValueType::string:
+            break;
     }
     if (definition.allowedValues.empty()) return "text";
     std::string listed = "one of: ";

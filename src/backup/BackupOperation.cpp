@@ -7,8 +7,8 @@
 #include "backup/BackupRepository.h"
 #include "backup/LatestLinkFailure.h"
 #include "backup/RotationGuard.h"
-#include "backup/RsyncDiffParser.h"
 #include "backup/RsyncCommands.h"
+#include "backup/RsyncDiffParser.h"
 #include "backup/RsyncProcess.h"
 #include "backup/RsyncVersion.h"
 #include "backup/SelectiveBackup.h"
@@ -64,13 +64,15 @@ public:
           token_(std::move(token)),
           environment_(environment),
           repository_(request.baseURL),
-          setRoot_(request.baseURL / backupSetFolderName(request.card.volumeName, request.card.diskUtilUUID)) {}
+          setRoot_(request.baseURL /
+                   backupSetFolderName(request.card.volumeName, request.card.diskUtilUUID)) {}
 
     BackupOutcome run() {
         prepare();
         publishedVersion_ = stageAndPublish();
         if (request_.rotate) rotateAfterPublish();
-        return BackupOutcome{publishedVersion_, warnings_.empty() ? std::nullopt : std::optional(joined(warnings_, " "))};
+        return BackupOutcome{publishedVersion_,
+                             warnings_.empty() ? std::nullopt : std::optional(joined(warnings_, " "))};
     }
 
 private:
@@ -92,7 +94,8 @@ private:
     void classifyRsync() {
         rsyncClass_ = RsyncVersion::detect(request_.rsyncPath, token_);
         if (rsyncClass_.kind() == RsyncVersion::Kind::unsupported)
-            throw BackupOperationError::message("Unsupported rsync version. Select a supported rsync in Settings.");
+            throw BackupOperationError::message(
+                "Unsupported rsync version. Select a supported rsync in Settings.");
         canShowProgress_ = rsyncClass_.hasFullFeatures();
     }
 
@@ -142,9 +145,8 @@ private:
         for (const auto& line : lines) {
             if (!estimatedBytes && line.starts_with("Total transferred file size"))
                 estimatedBytes = BackupOperation::parseStatsNumber(line, true);
-            if (!estimatedFiles &&
-                (line.starts_with("Number of regular files transferred") ||
-                 line.starts_with("Number of files transferred")))
+            if (!estimatedFiles && (line.starts_with("Number of regular files transferred") ||
+                                    line.starts_with("Number of files transferred")))
                 estimatedFiles = BackupOperation::parseStatsNumber(line, false);
         }
         checkSpace(estimatedBytes);
@@ -162,8 +164,8 @@ private:
             log("Disk space check skipped: rsync did not report a transfer size.");
             return;
         }
-        log("Estimated transfer: " + formatByteCount(*estimatedBytes) + ", available: " +
-            formatByteCount(*available) + ".");
+        log("Estimated transfer: " + formatByteCount(*estimatedBytes) +
+            ", available: " + formatByteCount(*available) + ".");
         if (*available < *estimatedBytes + BackupOperation::requiredHeadroomBytes)
             throw BackupOperationError::message("Not enough disk space for this backup.");
     }
@@ -196,7 +198,8 @@ private:
 
     std::vector<std::vector<std::string>> transferPlan() {
         if (!partial_)
-            return {RsyncCommands::fullBackupArguments(request_.card.mountPath, staging_, linkDest_, canShowProgress_)};
+            return {RsyncCommands::fullBackupArguments(request_.card.mountPath, staging_, linkDest_,
+                                                       canShowProgress_)};
         return selectivePlan();
     }
 
@@ -204,7 +207,8 @@ private:
     // version, and then only what was selected is copied over it.
     std::vector<std::vector<std::string>> selectivePlan() {
         log("Creating base snapshot from previous backup…");
-        runChecked(RsyncCommands::baseSnapshotArguments(*linkBase_, staging_, rsyncClass_.hasFullFeatures()), log_);
+        runChecked(RsyncCommands::baseSnapshotArguments(*linkBase_, staging_, rsyncClass_.hasFullFeatures()),
+                   log_);
         const SelectionResult selection = SelectiveBackup::resolveSelectedFiles(request_);
         if (!selection.missing.empty()) log(SelectiveBackup::missingSamplesMessage(selection.missing));
         if (!selection.files.empty()) {
@@ -213,14 +217,15 @@ private:
         }
         std::vector<std::vector<std::string>> plan;
         const fs::path& card = request_.card.mountPath;
-        for (const auto& folder : request_.selectedFolders) SelectiveBackup::prepareSelectionPath(folder, staging_);
+        for (const auto& folder : request_.selectedFolders)
+            SelectiveBackup::prepareSelectionPath(folder, staging_);
         if (!request_.selectedFolders.empty())
             plan.push_back(RsyncCommands::folderPassArguments(card, staging_, request_.selectedFolders,
                                                               canShowProgress_, linkDest_));
         if (fileList_) {
             for (const auto& file : selection.files) SelectiveBackup::prepareSelectionPath(file, staging_);
-            plan.push_back(
-                RsyncCommands::fileListPassArguments(card, staging_, *fileList_, canShowProgress_, linkDest_));
+            plan.push_back(RsyncCommands::fileListPassArguments(card, staging_, *fileList_, canShowProgress_,
+                                                                linkDest_));
         }
         return plan;
     }
@@ -229,10 +234,13 @@ private:
     void verifyCopy() {
         const fs::path& card = request_.card.mountPath;
         std::vector<std::vector<std::string>> lists;
-        if (!partial_) lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, std::nullopt));
+        if (!partial_)
+            lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, std::nullopt));
         if (partial_ && !request_.selectedFolders.empty())
-            lists.push_back(RsyncCommands::verifyArguments(card, staging_, request_.selectedFolders, std::nullopt));
-        if (fileList_) lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, *fileList_));
+            lists.push_back(
+                RsyncCommands::verifyArguments(card, staging_, request_.selectedFolders, std::nullopt));
+        if (fileList_)
+            lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, *fileList_));
         log("Verifying selected backup content with checksums…");
         for (const auto& arguments : lists) verifyWith(arguments);
         log("Verification passed — selected files match.");
@@ -242,10 +250,13 @@ private:
         std::vector<std::string> lines;
         throwIfCancelled(token_);
         validate();
-        const int status = runRsync_(request_.rsyncPath, arguments, [&](const std::string& line) {
-            lines.push_back(line);
-            log("[verify] " + line);
-        }, token_);
+        const int status = runRsync_(
+            request_.rsyncPath, arguments,
+            [&](const std::string& line) {
+                lines.push_back(line);
+                log("[verify] " + line);
+            },
+            token_);
         throwIfCancelled(token_);
         if (status != 0) throw BackupOperationError::verification("rsync exit " + std::to_string(status));
         const auto differences = RsyncDiffParser::parse(lines, rsyncClass_, true);
@@ -283,7 +294,8 @@ private:
         try {
             return repository_.publishStaging(staging_, setRoot_, environment_.now(), token_);
         } catch (const LatestLinkFailure& failure) {
-            warn("Backup saved, but the \"latest\" link could not be updated: " + failure.underlyingDescription());
+            warn("Backup saved, but the \"latest\" link could not be updated: " +
+                 failure.underlyingDescription());
             return failure.versionURL();
         }
     }
@@ -336,7 +348,8 @@ private:
         if (isCancellation(error) || request_.mismatchAction == "abort") {
             std::error_code removal;
             fs::remove_all(staging_, removal);
-            if (removal) log("Could not remove incomplete backup at " + staging_.string() + ": " + removal.message());
+            if (removal)
+                log("Could not remove incomplete backup at " + staging_.string() + ": " + removal.message());
             return;
         }
         try {
@@ -345,7 +358,8 @@ private:
         } catch (const std::exception&) {
         }
         log("Incomplete backup retained for diagnosis at " + staging_.string() +
-            ". It is not listed for restore and will be removed automatically on the next backup run for this "
+            ". It is not listed for restore and will be removed automatically on the next backup run for "
+            "this "
             "card.");
     }
 
@@ -396,8 +410,10 @@ BackupOperation::Outcome BackupOperation::run(const Request& request, const LogH
 }
 
 BackupOperation::RsyncRunner BackupOperation::defaultRsyncRunner() {
-    return [](const std::string& rsyncPath, const std::vector<std::string>& arguments, const LineHandler& onLine,
-              std::stop_token token) { return tapekeep::runRsync(rsyncPath, arguments, onLine, std::move(token)); };
+    return [](const std::string& rsyncPath, const std::vector<std::string>& arguments,
+              const LineHandler& onLine, std::stop_token token) {
+        return tapekeep::runRsync(rsyncPath, arguments, onLine, std::move(token));
+    };
 }
 
 std::optional<std::int64_t> BackupOperation::parseStatsNumber(const std::string& line, bool stripBytes) {

@@ -28,8 +28,9 @@ public:
     using LogHandler = std::function<void(const std::string& line)>;
     using EventHandler = std::function<void(const TransferEvent& event)>;
     // Runs one rsync and returns its exit status; throws when it could not be run.
-    using RsyncRunner = std::function<int(const std::string& rsyncPath, const std::vector<std::string>& arguments,
-                                          const LineHandler& onLine, std::stop_token token)>;
+    using RsyncRunner =
+        std::function<int(const std::string& rsyncPath, const std::vector<std::string>& arguments,
+                          const LineHandler& onLine, std::stop_token token)>;
     // Throws when the card is no longer the mounted, expected volume.
     using VolumeValidator = std::function<void(const Request& request, std::stop_token token)>;
 
@@ -43,8 +44,8 @@ public:
     static constexpr std::int64_t requiredHeadroomBytes = 104'857'600;  // 100 MiB beyond the estimate
 
     static Outcome run(const Request& request, const LogHandler& log, const EventHandler& onEvent,
-                       const RsyncRunner& runRsync, const VolumeValidator& validateVolume, std::stop_token token,
-                       const Environment& environment = Environment::system());
+                       const RsyncRunner& runRsync, const VolumeValidator& validateVolume,
+                       std::stop_token token, const Environment& environment = Environment::system());
 
     // The rsync runner of a normal run: the shared process runner with rsync's locale rule.
     static RsyncRunner defaultRsyncRunner();

@@ -30,7 +30,8 @@ private:
     static std::string transferFailedText(std::int32_t status) {
         if (status == 24)
             return "Source files disappeared during backup. The backup is incomplete and was not published.";
-        return "Backup transfer failed (rsync exit " + std::to_string(status) + "). The backup was not published.";
+        return "Backup transfer failed (rsync exit " + std::to_string(status) +
+               "). The backup was not published.";
     }
 
     Kind kind_;

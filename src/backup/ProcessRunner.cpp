@@ -172,9 +172,10 @@ public:
         checkSpawnSetup(::posix_spawnattr_setsigmask(&attributes_, &none), executable);
         checkSpawnSetup(::posix_spawnattr_setsigdefault(&attributes_, &pipeSignal), executable);
         checkSpawnSetup(::posix_spawnattr_setpgroup(&attributes_, 0), executable);
-        checkSpawnSetup(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                                                     POSIX_SPAWN_SETPGROUP),
-                        executable);
+        checkSpawnSetup(
+            ::posix_spawnattr_setflags(
+                &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP),
+            executable);
     }
     [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
 

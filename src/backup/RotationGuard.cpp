@@ -24,7 +24,8 @@ std::int64_t countBackupFiles(const fs::path& version, std::stop_token token) {
     return count;
 }
 
-std::optional<std::string> compareWithPrevious(const fs::path& newVersion, const std::optional<fs::path>& previous,
+std::optional<std::string> compareWithPrevious(const fs::path& newVersion,
+                                               const std::optional<fs::path>& previous,
                                                std::stop_token token) {
     if (!previous) return std::nullopt;
     std::int64_t previousCount = 0, newCount = 0;
@@ -34,8 +35,8 @@ std::optional<std::string> compareWithPrevious(const fs::path& newVersion, const
     } catch (const Cancelled&) {
         throw;
     } catch (const std::exception& error) {
-        return std::string("Backup saved, but it could not be compared with the previous one: ") + error.what() +
-               ". Older backups were kept.";
+        return std::string("Backup saved, but it could not be compared with the previous one: ") +
+               error.what() + ". Older backups were kept.";
     }
     if (previousCount < 10 || newCount * 2 >= previousCount) return std::nullopt;
     return "Backup saved, but it holds far fewer files than the previous one (" +

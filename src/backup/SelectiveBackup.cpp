@@ -24,7 +24,9 @@ std::string lowercased(std::string text) {
     return text;
 }
 
-bool isSongFile(const fs::path& path) { return lowercased(path.extension().string()) == ".m8s"; }
+bool isSongFile(const fs::path& path) {
+    return lowercased(path.extension().string()) == ".m8s";
+}
 
 // Every song below the card's Songs folder, by card-relative path.
 std::vector<std::string> songsInSongsFolder(const fs::path& card) {
@@ -86,7 +88,9 @@ fs::path writeFileList(const std::vector<std::string>& files) {
 }
 
 void validateRelativePath(const std::string& path) {
-    const auto invalid = [] { return BackupOperationError::message("Invalid relative file path in selection."); };
+    const auto invalid = [] {
+        return BackupOperationError::message("Invalid relative file path in selection.");
+    };
     if (path.empty() || path.front() == '/' || path.find('\0') != std::string::npos) throw invalid();
     std::size_t start = 0;
     while (start <= path.size()) {
@@ -117,7 +121,8 @@ std::string missingSamplesMessage(const std::vector<std::string>& missing) {
     std::string names;
     for (std::size_t i = 0; i < missing.size() && i < 5; ++i) names += (i == 0 ? "" : ", ") + missing[i];
     return "Skipped " + std::to_string(missing.size()) +
-           " sample reference(s) that no longer exist on the card: " + names + (missing.size() >= 6 ? "…" : "");
+           " sample reference(s) that no longer exist on the card: " + names +
+           (missing.size() >= 6 ? "…" : "");
 }
 
 }  // namespace tapekeep::SelectiveBackup

@@ -63,7 +63,8 @@ const Sound sounds[] = {
 };
 
 void appendLittleEndian(std::string& bytes, std::uint32_t value, int width) {
-    for (int index = 0; index < width; ++index) bytes.push_back(static_cast<char>((value >> (8 * index)) & 0xFF));
+    for (int index = 0; index < width; ++index)
+        bytes.push_back(static_cast<char>((value >> (8 * index)) & 0xFF));
 }
 
 // Deterministic noise in [-1, 1], so that every demo card holds the same bytes.
@@ -93,7 +94,8 @@ std::string pcmSamples(const Sound& sound) {
         const double envelope = sound.level * std::exp(-time / sound.decaySeconds) * std::max(0.0, fadeInOut);
         const double value = (1 - sound.noise) * std::sin(phase) + sound.noise * noise.next();
         phase += 2 * std::numbers::pi * sound.startHz * std::exp(glide * time / sound.seconds) / sampleRate;
-        const auto sample = static_cast<std::int16_t>(std::lround(std::clamp(envelope * value, -1.0, 1.0) * 32767));
+        const auto sample =
+            static_cast<std::int16_t>(std::lround(std::clamp(envelope * value, -1.0, 1.0) * 32767));
         appendLittleEndian(data, static_cast<std::uint16_t>(sample), 2);
     }
     return data;
@@ -105,9 +107,9 @@ std::string wavFile(const Sound& sound) {
     std::string bytes = "RIFF";
     appendLittleEndian(bytes, 36 + dataSize, 4);
     bytes += "WAVEfmt ";
-    appendLittleEndian(bytes, 16, 4);              // format chunk size
-    appendLittleEndian(bytes, 1, 2);               // PCM
-    appendLittleEndian(bytes, 1, 2);               // mono
+    appendLittleEndian(bytes, 16, 4);  // format chunk size
+    appendLittleEndian(bytes, 1, 2);   // PCM
+    appendLittleEndian(bytes, 1, 2);   // mono
     appendLittleEndian(bytes, sampleRate, 4);
     appendLittleEndian(bytes, sampleRate * 2, 4);  // bytes per second
     appendLittleEndian(bytes, 2, 2);               // bytes per frame
@@ -161,19 +163,23 @@ struct Song {
     std::vector<Slot> slots;
 };
 
-Instrument sampler(const char* name, const char* samplePath) { return {InstrumentType::sampler, name, samplePath}; }
+Instrument sampler(const char* name, const char* samplePath) {
+    return {InstrumentType::sampler, name, samplePath};
+}
 
 const std::vector<Song>& songs() {
     static const std::vector<Song> list = {
         {"System/STARTUP.m8s", 120.0F, {}},
-        {"Songs/FIRSTSTEPS.m8s", 120.0F,
+        {"Songs/FIRSTSTEPS.m8s",
+         120.0F,
          {{0, sampler("KICK", "/Samples/Drums/kick.wav")},
           {1, sampler("SNARE", "/Samples/Drums/snare.wav")},
           {2, sampler("HAT", "/Samples/Drums/hat closed.wav")},
           {3, sampler("SUB", "/Samples/Bass/sub c1.wav")},
           {4, {InstrumentType::wavsynth, "LEAD"}},
           {5, {InstrumentType::fmsynth, "BELLS"}}}},
-        {"Songs/NIGHTDRIVE.m8s", 98.5F,
+        {"Songs/NIGHTDRIVE.m8s",
+         98.5F,
          {{0, sampler("KICK", "/Samples/Drums/kick.wav")},
           {1, sampler("CLAP", "/Samples/Drums/clap.wav")},
           {2, sampler("OPENHAT", "/Samples/Drums/hat open.wav")},
@@ -182,7 +188,8 @@ const std::vector<Song>& songs() {
           {5, sampler("BELL", "/Samples/Synth/bell c5.wav")},
           {8, {InstrumentType::macrosyn, "ARP"}},
           {12, sampler("RISER", "/Samples/FX/riser.wav")}}},
-        {"Songs/Sketches/BROKENBEAT.m8s", 172.0F,
+        {"Songs/Sketches/BROKENBEAT.m8s",
+         172.0F,
          {{0, sampler("KICK", "/Samples/Drums/kick.wav")},
           {1, sampler("KICKVERB", "/Samples/Drums/kick.wav")},
           {2, sampler("SNARE", "/Samples/Drums/snare.wav")},
@@ -194,7 +201,8 @@ const std::vector<Song>& songs() {
           {8, sampler("CONGA", "/Samples/Drums/Perc/conga.wav")},
           {9, sampler("PLUCK", "/Samples/Bass/pluck bass.wav")},
           {16, {InstrumentType::hypersynth, "CHORDS"}}}},
-        {"Songs/Sketches/DRONE.m8s", 60.0F,
+        {"Songs/Sketches/DRONE.m8s",
+         60.0F,
          {{0, {InstrumentType::wavsynth, "DRONE"}},
           {1, {InstrumentType::fmsynth, "GLASS"}},
           {2, {InstrumentType::midiOut, "MIDI"}},
@@ -220,7 +228,8 @@ const InstrumentFile instrumentFiles[] = {
 // A zero-padded text field; texts longer than the field are cut, as the device does.
 void putText(std::string& bytes, std::size_t offset, std::string_view text, std::size_t width) {
     std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), width, '\0');
-    std::copy_n(text.begin(), std::min(text.size(), width), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    std::copy_n(text.begin(), std::min(text.size(), width),
+                bytes.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
 void putHeader(std::string& bytes) {
@@ -288,7 +297,8 @@ void writeCardFile(const std::filesystem::path& file, std::string_view bytes) {
 
 void writeContent(const std::filesystem::path& card) {
     for (const auto& sound : sounds) writeCardFile(card / "Samples" / sound.file, wavFile(sound));
-    for (const auto& entry : instrumentFiles) writeCardFile(card / entry.file, instrumentFile(entry.instrument));
+    for (const auto& entry : instrumentFiles)
+        writeCardFile(card / entry.file, instrumentFile(entry.instrument));
     for (const auto& song : songs()) writeCardFile(card / song.file, songFile(song));
 }
 
@@ -309,11 +319,17 @@ bool isPresent(const std::filesystem::path& path) {
 
 }  // namespace
 
-std::filesystem::path demoRoot() { return UserFolders::dataHome() / "tapekeep" / "demo"; }
+std::filesystem::path demoRoot() {
+    return UserFolders::dataHome() / "tapekeep" / "demo";
+}
 
-std::filesystem::path baseFolder(const std::filesystem::path& demoRoot) { return demoRoot / "backups"; }
+std::filesystem::path baseFolder(const std::filesystem::path& demoRoot) {
+    return demoRoot / "backups";
+}
 
-std::filesystem::path cardFolder(const std::filesystem::path& demoRoot) { return demoRoot / volumeName; }
+std::filesystem::path cardFolder(const std::filesystem::path& demoRoot) {
+    return demoRoot / volumeName;
+}
 
 void ensureCreated(const std::filesystem::path& demoRoot) {
     const auto card = cardFolder(demoRoot);

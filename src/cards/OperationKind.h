@@ -11,9 +11,12 @@ enum class OperationKind { backup, restore, browse };
 // "backup", "restore", "browse": the controllers put these words into their messages.
 constexpr std::string_view rawValue(OperationKind kind) {
     switch (kind) {
-        case OperationKind::backup: return "backup";
-        case OperationKind::restore: return "restore";
-        case OperationKind::browse: return "browse";
+        case OperationKind::backup:
+            return "backup";
+        case OperationKind::restore:
+            return "restore";
+        case OperationKind::browse:
+            return "browse";
     }
     return "";
 }

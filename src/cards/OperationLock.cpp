@@ -11,7 +11,8 @@ OperationLock& OperationLock::shared() {
     return lock;
 }
 
-OperationLock::OperationLock(NotificationCenter& notificationCenter) : notificationCenter_(notificationCenter) {}
+OperationLock::OperationLock(NotificationCenter& notificationCenter)
+    : notificationCenter_(notificationCenter) {}
 
 Lease OperationLock::acquire(const VolumeUUID& uuid, OperationKind kind) {
     std::set<std::string> snapshot;

@@ -80,8 +80,8 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
     utf8proc_int32_t previous = -1, state = 0;
     while (position < text.size()) {
         utf8proc_int32_t codepoint = 0;
-        auto length = utf8proc_iterate(bytes + position, static_cast<utf8proc_ssize_t>(text.size() - position),
-                                       &codepoint);
+        auto length = utf8proc_iterate(bytes + position,
+                                       static_cast<utf8proc_ssize_t>(text.size() - position), &codepoint);
         if (length <= 0) {
             length = 1;
             codepoint = 0xFFFD;
@@ -114,7 +114,8 @@ void logExclusion(const Log& log, const std::string& name, const std::string& re
 
 // The rest of a probe once the disk has answered; the marker test comes last, only for external
 // volumes with a UUID.
-ProbeOutcome examine(const path& volume, const DiskInfo& info, const VolumeScanner::CardDetector& cardDetector) {
+ProbeOutcome examine(const path& volume, const DiskInfo& info,
+                     const VolumeScanner::CardDetector& cardDetector) {
     const std::string name = volumeName(volume);
     if (info.uuid.empty()) return ProbeOutcome::ignored(name, Reason::noUUID);
     if (info.isInternal) return ProbeOutcome::ignored(name, Reason::internalDevice);
@@ -170,7 +171,8 @@ void runProbe(std::shared_ptr<ProbeGroup> group, std::shared_ptr<ProbeSlot> slot
     std::optional<ProbeOutcome> outcome;
     std::exception_ptr error;
     try {
-        outcome = info ? examine(slot->volume, *info, cardDetector) : outcomeOfFailure(volumeName(slot->volume), failure);
+        outcome = info ? examine(slot->volume, *info, cardDetector)
+                       : outcomeOfFailure(volumeName(slot->volume), failure);
     } catch (...) {
         error = std::current_exception();
     }
@@ -187,8 +189,8 @@ void runProbe(std::shared_ptr<ProbeGroup> group, std::shared_ptr<ProbeSlot> slot
 class ProbeRun {
 public:
     ProbeRun(const std::vector<path>& candidates, const VolumeScanner::DiskInfoProvider& diskInfoProvider,
-             const VolumeScanner::CardDetector& cardDetector, std::chrono::duration<double> timeout, int limit,
-             std::stop_token token)
+             const VolumeScanner::CardDetector& cardDetector, std::chrono::duration<double> timeout,
+             int limit, std::stop_token token)
         : candidates_(candidates),
           diskInfoProvider_(diskInfoProvider),
           cardDetector_(cardDetector),
@@ -206,8 +208,10 @@ public:
     std::vector<ProbeOutcome> run() {
         for (;;) {
             if (token_.stop_requested() && !failure_) failure_ = std::make_exception_ptr(Cancelled());
-            if (failure_) stopAll();
-            else fillSlots();
+            if (failure_)
+                stopAll();
+            else
+                fillSlots();
             if (running_.empty()) break;
             waitForChange();
             harvest();
@@ -243,7 +247,8 @@ private:
     void waitForChange() {
         std::unique_lock lock(group_->mutex);
         const auto anyFinished = [this] {
-            return std::any_of(running_.begin(), running_.end(), [](const auto& slot) { return slot->finished; });
+            return std::any_of(running_.begin(), running_.end(),
+                               [](const auto& slot) { return slot->finished; });
         };
         const std::stop_token wake = failure_ ? std::stop_token() : token_;
         if (const auto deadline = earliestDeadline())
@@ -256,7 +261,8 @@ private:
     std::optional<SteadyClock::time_point> earliestDeadline() const {
         std::optional<SteadyClock::time_point> earliest;
         for (const auto& slot : running_)
-            if (!slot->diskInfoArrived && (!earliest || slot->deadline < *earliest)) earliest = slot->deadline;
+            if (!slot->diskInfoArrived && (!earliest || slot->deadline < *earliest))
+                earliest = slot->deadline;
         return earliest;
     }
 
@@ -266,8 +272,10 @@ private:
             std::lock_guard lock(group_->mutex);
             const auto now = SteadyClock::now();
             for (const auto& slot : running_) {
-                if (slot->finished) finished.push_back(slot);
-                else if (!slot->diskInfoArrived && now >= slot->deadline) overdue.push_back(slot);
+                if (slot->finished)
+                    finished.push_back(slot);
+                else if (!slot->diskInfoArrived && now >= slot->deadline)
+                    overdue.push_back(slot);
             }
         }
         for (const auto& slot : finished) collect(*slot);
@@ -327,7 +335,8 @@ const std::vector<path>& VolumeScanner::defaultVolumeRoots() {
 
 const std::set<std::string>& VolumeScanner::defaultExcludedNames() {
     static const std::set<std::string> names{
-        "Macintosh HD", "Data", "com.apple.TimeMachine.localsnapshots", "Recovery", "Preboot", "VM", "Update"};
+        "Macintosh HD", "Data",  "com.apple.TimeMachine.localsnapshots", "Recovery", "Preboot",
+        "VM",           "Update"};
     return names;
 }
 
@@ -385,11 +394,14 @@ VolumeScanner::ScanResult VolumeScanner::scan(std::stop_token token) const {
                 ++result.examinedCount;
                 ++result.excludedCount;
                 break;
-            case ProbeOutcome::Kind::ignored: logExclusion(log_, outcome.volumeName, outcome.reason); break;
+            case ProbeOutcome::Kind::ignored:
+                logExclusion(log_, outcome.volumeName, outcome.reason);
+                break;
         }
     }
-    std::stable_sort(result.cards.begin(), result.cards.end(),
-                     [](const SDCard& a, const SDCard& b) { return naturalLess(a.volumeName, b.volumeName); });
+    std::stable_sort(result.cards.begin(), result.cards.end(), [](const SDCard& a, const SDCard& b) {
+        return naturalLess(a.volumeName, b.volumeName);
+    });
     return result;
 }
 
@@ -403,10 +415,14 @@ std::vector<path> VolumeScanner::candidatesAmong(const std::vector<path>& volume
     std::vector<path> candidates;
     for (const path& volume : volumes) {
         const std::string name = volumeName(volume);
-        if (defaultExcludedNames().contains(name)) logExclusion(log_, name, Reason::defaultExclusion);
-        else if (userNames.contains(name)) logExclusion(log_, name, Reason::userExclusion);
-        else if (!isExistingDirectory(volume)) logExclusion(log_, name, Reason::notDirectory);
-        else candidates.push_back(volume);
+        if (defaultExcludedNames().contains(name))
+            logExclusion(log_, name, Reason::defaultExclusion);
+        else if (userNames.contains(name))
+            logExclusion(log_, name, Reason::userExclusion);
+        else if (!isExistingDirectory(volume))
+            logExclusion(log_, name, Reason::notDirectory);
+        else
+            candidates.push_back(volume);
     }
     return candidates;
 }
@@ -436,7 +452,8 @@ ValidateResult VolumeScanner::validate(const std::string& uuid, std::stop_token 
         } catch (const Cancelled&) {
             throw;
         } catch (...) {
-            log_.debug("diskutil info failed for " + volume.string() + ": " + describe(std::current_exception()));
+            log_.debug("diskutil info failed for " + volume.string() + ": " +
+                       describe(std::current_exception()));
             continue;
         }
         if (info.uuid == uuid) {

@@ -35,7 +35,8 @@ public:
     // The candidate volumes, in order. What it throws, scan throws.
     using VolumesProvider = std::function<std::vector<std::filesystem::path>()>;
     // The disk behind a volume. Called on probe threads, several at once; must honour the token.
-    using DiskInfoProvider = std::function<DiskInfo(const std::filesystem::path& volume, std::stop_token token)>;
+    using DiskInfoProvider =
+        std::function<DiskInfo(const std::filesystem::path& volume, std::stop_token token)>;
     // Whether a volume is an M8 card. Called on probe threads, several at once.
     using CardDetector = std::function<bool(const std::filesystem::path& volume)>;
 
@@ -82,7 +83,8 @@ public:
 
 private:
     std::set<std::string> userExcludedNames() const;
-    std::vector<std::filesystem::path> candidatesAmong(const std::vector<std::filesystem::path>& volumes) const;
+    std::vector<std::filesystem::path> candidatesAmong(
+        const std::vector<std::filesystem::path>& volumes) const;
 
     // Constant after construction.
     VolumesProvider volumesProvider_;

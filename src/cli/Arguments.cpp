@@ -39,7 +39,8 @@ std::vector<std::string> Arguments::takeValues(const std::string& name) {
 std::vector<std::string> Arguments::operands(std::size_t minimum, std::size_t maximum,
                                              const std::string& usage) const {
     for (const auto& word : words_)
-        if (word.size() > 1 && word[0] == '-') throw UsageError("Unknown option " + word + ". Usage: " + usage);
+        if (word.size() > 1 && word[0] == '-')
+            throw UsageError("Unknown option " + word + ". Usage: " + usage);
     if (words_.size() < minimum || words_.size() > maximum) throw UsageError("Usage: " + usage);
     return words_;
 }

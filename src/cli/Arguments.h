@@ -18,7 +18,8 @@ public:
     std::optional<std::string> takeValue(const std::string& name);
     std::vector<std::string> takeValues(const std::string& name);  // may be repeated
     // What is left once every option was taken; throws UsageError on an unknown option.
-    std::vector<std::string> operands(std::size_t minimum, std::size_t maximum, const std::string& usage) const;
+    std::vector<std::string> operands(std::size_t minimum, std::size_t maximum,
+                                      const std::string& usage) const;
 
 private:
     std::vector<std::string> words_;

@@ -101,7 +101,8 @@ int reportOne(CliContext& context, const CardResult& result) {
         return result.cancelled ? ExitCode::cancelled : ExitCode::failed;
     }
     if (context.json())
-        context.out() << nlohmann::json{{"version", textOrNull(result.version)}, {"warning", textOrNull(result.warning)}}
+        context.out() << nlohmann::json{{"version", textOrNull(result.version)},
+                                        {"warning", textOrNull(result.warning)}}
                              .dump(2)
                       << '\n';
     else
@@ -117,11 +118,13 @@ int reportAll(CliContext& context, const std::vector<CardResult>& results) {
                         {"version", textOrNull(result.version)},
                         {"warning", textOrNull(result.warning)},
                         {"error", textOrNull(result.error)}});
-        if (result.cancelled) code = ExitCode::cancelled;
-        else if (result.error && code == ExitCode::done) code = ExitCode::failed;
+        if (result.cancelled)
+            code = ExitCode::cancelled;
+        else if (result.error && code == ExitCode::done)
+            code = ExitCode::failed;
         if (!context.json())
-            context.out() << result.uuid << '\t' << (result.error ? "failed: " + *result.error : *result.version)
-                          << '\n';
+            context.out() << result.uuid << '\t'
+                          << (result.error ? "failed: " + *result.error : *result.version) << '\n';
     }
     if (context.json()) context.out() << nlohmann::json{{"results", list}}.dump(2) << '\n';
     return code;

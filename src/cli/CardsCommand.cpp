@@ -12,8 +12,9 @@ int CardsCommand::run(CliContext& context, Arguments arguments) {
     if (context.json()) {
         auto cards = nlohmann::json::array();
         for (const auto& card : result.cards)
-            cards.push_back(
-                {{"volumeName", card.volumeName}, {"uuid", card.diskUtilUUID}, {"mountPath", card.mountPath.string()}});
+            cards.push_back({{"volumeName", card.volumeName},
+                             {"uuid", card.diskUtilUUID},
+                             {"mountPath", card.mountPath.string()}});
         context.out() << nlohmann::json{{"cards", cards},
                                         {"examinedCount", result.examinedCount},
                                         {"excludedCount", result.excludedCount}}
@@ -27,7 +28,8 @@ int CardsCommand::run(CliContext& context, Arguments arguments) {
         return 0;
     }
     for (const auto& card : result.cards)
-        context.out() << card.volumeName << '\t' << card.diskUtilUUID << '\t' << card.mountPath.string() << '\n';
+        context.out() << card.volumeName << '\t' << card.diskUtilUUID << '\t' << card.mountPath.string()
+                      << '\n';
     return 0;
 }
 

@@ -31,7 +31,8 @@ fs::path CliContext::baseFolder() {
     const std::string configured = settings().backupBaseDirPath().toStdString();
     if (configured.empty())
         throw UsageError(
-            "No backup folder is set. Pass --base DIR, or set one with: tapekeep-cli settings set backupBaseDirPath DIR");
+            "No backup folder is set. Pass --base DIR, or set one with: tapekeep-cli settings set "
+            "backupBaseDirPath DIR");
     return fs::path(configured).lexically_normal();
 }
 

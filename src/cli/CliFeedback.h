@@ -10,7 +10,9 @@ namespace tapekeep::cli {
 class CliFeedback : public CompletionFeedback {
 public:
     explicit CliFeedback(std::ostream& err) : err_(err) {}
-    void notify(const std::string& title, const std::string& body) override { err_ << title << ": " << body << '\n'; }
+    void notify(const std::string& title, const std::string& body) override {
+        err_ << title << ": " << body << '\n';
+    }
     void playSound(const std::string& name) override { err_ << "(sound: " << name << ")\n"; }
 
 private:

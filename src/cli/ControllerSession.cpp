@@ -63,7 +63,8 @@ CardState ControllerSession::backup(const SDCard& card) {
         for (; printed < log.size(); ++printed) bar.printLine(log[printed]);
     };
     auto showProgress = [&] {
-        if (auto progress = viewModel_->cardProgress(uuid)) bar.update(*progress, viewModel_->cardFilesRemaining(uuid));
+        if (auto progress = viewModel_->cardProgress(uuid))
+            bar.update(*progress, viewModel_->cardFilesRemaining(uuid));
     };
     QObject guard;  // the connections below end with this function
     QObject::connect(viewModel_.get(), &BackupViewModel::cardLogsChanged, &guard, printLog);

@@ -18,7 +18,8 @@ namespace tapekeep::cli {
 class ControllerSession {
 public:
     // needsStore: the command reads or writes backups, so a base folder must be set.
-    ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies, bool needsStore = true);
+    ControllerSession(CliContext& context, BackupViewModel::Dependencies dependencies,
+                      bool needsStore = true);
 
     BackupViewModel& viewModel() { return *viewModel_; }
     [[nodiscard]] bool interrupted() const { return interrupts_.signalled(); }

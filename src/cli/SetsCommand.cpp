@@ -21,8 +21,8 @@ int SetsCommand::run(CliContext& context, Arguments arguments) {
     }
     if (sets.empty()) context.out() << "No backup sets in " << context.baseFolder().string() << ".\n";
     for (const auto& set : sets)
-        context.out() << set.folderName << '\t' << set.versions.size() << " version(s)\t" << set.rootURL.string()
-                      << '\n';
+        context.out() << set.folderName << '\t' << set.versions.size() << " version(s)\t"
+                      << set.rootURL.string() << '\n';
     return 0;
 }
 

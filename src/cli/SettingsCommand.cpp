@@ -9,7 +9,8 @@ namespace {
 
 const SettingsKeys::Definition& definition(const std::string& key) {
     const auto* found = SettingsKeys::find(key);
-    if (found == nullptr) throw UsageError("Unknown setting \"" + key + "\". Run tapekeep-cli settings list.");
+    if (found == nullptr)
+        throw UsageError("Unknown setting \"" + key + "\". Run tapekeep-cli settings list.");
     return *found;
 }
 
@@ -52,8 +53,8 @@ int SettingsCommand::set(CliContext& context, const std::string& key, const std:
     const auto& item = definition(key);
     const auto value = SettingsKeys::parseValue(key, text);
     if (!value)
-        throw UsageError("The setting " + key + " takes " + SettingsKeys::describeExpected(item) + ", not \"" + text +
-                         "\".");
+        throw UsageError("The setting " + key + " takes " + SettingsKeys::describeExpected(item) +
+                         ", not \"" + text + "\".");
     context.store().setValue(key, *value);
     if (context.json()) context.out() << nlohmann::json{{key, *value}}.dump() << '\n';
     return 0;

@@ -20,7 +20,8 @@ constexpr char shutdownByte = 'q';
 extern "C" void onSignal(int) {
     const int saved = errno;
     const int fd = signalPipe.load();
-    if (fd >= 0) [[maybe_unused]] auto ignored = ::write(fd, &signalByte, 1);
+    if (fd >= 0) [[maybe_unused]]
+        auto ignored = ::write(fd, &signalByte, 1);
     errno = saved;
 }
 

@@ -33,7 +33,8 @@ int printSong(CliContext& context, const fs::path& file) {
                                {"samplePath", optionalText(instrument.samplePath)}});
     if (context.json()) {
         context.out() << nlohmann::json{{"name", song->name},
-                                        {"tempo", song->tempo ? nlohmann::json(*song->tempo) : nlohmann::json(nullptr)},
+                                        {"tempo", song->tempo ? nlohmann::json(*song->tempo)
+                                                              : nlohmann::json(nullptr)},
                                         {"instruments", instruments},
                                         {"samplePaths", song->samplePaths}}
                              .dump(2)
@@ -45,7 +46,8 @@ int printSong(CliContext& context, const fs::path& file) {
     context.out() << "Song " << song->name << ", tempo " << tempo << '\n';
     for (const auto& instrument : song->instruments)
         context.out() << "  " << instrument.index << '\t' << InstrumentInfo::rawValue(instrument.type) << '\t'
-                      << instrument.name << (instrument.samplePath ? "\t" + *instrument.samplePath : "") << '\n';
+                      << instrument.name << (instrument.samplePath ? "\t" + *instrument.samplePath : "")
+                      << '\n';
     return 0;
 }
 

@@ -18,7 +18,8 @@ std::string folded(std::string text) {
 }
 
 bool isAudioFile(const fs::path& file) {
-    static const std::vector<std::string> audio = {".wav", ".aif", ".aiff", ".mp3", ".flac", ".ogg", ".m4a", ".caf"};
+    static const std::vector<std::string> audio = {".wav",  ".aif", ".aiff", ".mp3",
+                                                   ".flac", ".ogg", ".m4a",  ".caf"};
     return std::find(audio.begin(), audio.end(), folded(file.extension().string())) != audio.end();
 }
 
@@ -26,8 +27,8 @@ bool isAudioFile(const fs::path& file) {
 std::vector<std::string> unusedSamples(const fs::path& version, const SampleUsageIndex& index) {
     std::vector<std::string> unused;
     std::error_code error;
-    for (auto it = fs::recursive_directory_iterator(version, error); !error && it != fs::recursive_directory_iterator();
-         it.increment(error)) {
+    for (auto it = fs::recursive_directory_iterator(version, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
         const std::string relative = it->path().lexically_relative(version).string();
         if (it->path().filename().string().starts_with('.')) {
             if (it->is_directory()) it.disable_recursion_pending();
@@ -47,7 +48,8 @@ std::vector<std::string> unusedSamples(const fs::path& version, const SampleUsag
     return unused;
 }
 
-std::vector<std::string> usersOf(const fs::path& version, const std::string& file, const SampleUsageIndex& index) {
+std::vector<std::string> usersOf(const fs::path& version, const std::string& file,
+                                 const SampleUsageIndex& index) {
     std::vector<std::string> users;
     if (auto found = index.find(indexKey(file)); found != index.end())
         for (const auto& user : found->second) users.push_back(relativePath(user, version));
@@ -73,7 +75,8 @@ int UsageCommand::run(CliContext& context, Arguments arguments) {
     const std::string& file = operands[2];
     const auto users = usersOf(version, file, index);
     if (context.json()) {
-        context.out() << nlohmann::json{{"file", file}, {"users", users}, {"label", usageLabel(users)}}.dump(2)
+        context.out() << nlohmann::json{{"file", file}, {"users", users}, {"label", usageLabel(users)}}.dump(
+                             2)
                       << '\n';
         return 0;
     }

@@ -12,11 +12,12 @@ namespace {
 
 nlohmann::json versionJson(const BackupVersion& version) {
     const std::string note = BackupRepository::readNote(version.url);
-    return {{"folderName", version.folderName},
-            {"path", version.url.string()},
-            {"date", version.date ? nlohmann::json(formatIso8601Utc(*version.date)) : nlohmann::json(nullptr)},
-            {"isLatest", version.isLatest},
-            {"note", note.empty() ? nlohmann::json(nullptr) : nlohmann::json(note)}};
+    return {
+        {"folderName", version.folderName},
+        {"path", version.url.string()},
+        {"date", version.date ? nlohmann::json(formatIso8601Utc(*version.date)) : nlohmann::json(nullptr)},
+        {"isLatest", version.isLatest},
+        {"note", note.empty() ? nlohmann::json(nullptr) : nlohmann::json(note)}};
 }
 
 }  // namespace
@@ -34,8 +35,8 @@ int VersionsCommand::run(CliContext& context, Arguments arguments) {
     if (versions.empty()) context.out() << "No versions in " << folder.string() << ".\n";
     for (const auto& version : versions) {
         const std::string note = BackupRepository::readNote(version.url);
-        context.out() << version.folderName << (version.isLatest ? "\tlatest" : "\t") << (note.empty() ? "" : "\t")
-                      << note << '\n';
+        context.out() << version.folderName << (version.isLatest ? "\tlatest" : "\t")
+                      << (note.empty() ? "" : "\t") << note << '\n';
     }
     return 0;
 }

@@ -14,7 +14,8 @@ namespace {
 // Prints a line for every card whose state, message or freshness differs from what it last printed.
 class CardReporter {
 public:
-    CardReporter(CliContext& context, BackupViewModel& viewModel) : context_(context), viewModel_(viewModel) {}
+    CardReporter(CliContext& context, BackupViewModel& viewModel)
+        : context_(context), viewModel_(viewModel) {}
 
     void report() {
         for (const auto& card : viewModel_.detectedCards()) known_[card.diskUtilUUID] = card;
@@ -26,7 +27,8 @@ public:
             const auto log = viewModel_.cardLog(uuid);
             auto& printed = printedLines_[uuid];
             if (log.size() < printed) printed = 0;  // a new run starts a new log
-            for (; printed < log.size(); ++printed) context_.err() << card.volumeName << ": " << log[printed] << '\n';
+            for (; printed < log.size(); ++printed)
+                context_.err() << card.volumeName << ": " << log[printed] << '\n';
         }
     }
 
@@ -35,7 +37,8 @@ private:
         const CardState state = viewModel_.cardState(card.diskUtilUUID);
         const auto freshness = viewModel_.cardFreshness(card.diskUtilUUID);
         const std::string freshnessLabel = freshness ? freshness->label() : "";
-        auto current = std::make_tuple(std::string(CardState::rawValue(state.kind)), state.message, freshnessLabel);
+        auto current =
+            std::make_tuple(std::string(CardState::rawValue(state.kind)), state.message, freshnessLabel);
         auto& last = lastPrinted_[card.diskUtilUUID];
         if (last == current) return;
         last = current;
@@ -75,7 +78,8 @@ int WatchCommand::run(CliContext& context, Arguments arguments) {
     for (auto changed : {&BackupViewModel::cardStatesChanged, &BackupViewModel::cardFreshnessChanged,
                          &BackupViewModel::detectedCardsChanged})
         QObject::connect(&viewModel, changed, &guard, [&reporter] { reporter.report(); });
-    QObject::connect(&viewModel, &BackupViewModel::cardLogsChanged, &guard, [&reporter] { reporter.printNewLogLines(); });
+    QObject::connect(&viewModel, &BackupViewModel::cardLogsChanged, &guard,
+                     [&reporter] { reporter.printNewLogLines(); });
     viewModel.startObserving();
     viewModel.scanForCards();
     bool cancelledARun = false;

@@ -5,11 +5,12 @@
 #include <memory>
 #include <vector>
 
+#include "backup/RsyncLogStore.h"
 #include "cli/BackupCommand.h"
 #include "cli/CardsCommand.h"
 #include "cli/ChangesCommand.h"
-#include "cli/EjectCommand.h"
 #include "cli/CliError.h"
+#include "cli/EjectCommand.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SongCommand.h"
@@ -17,7 +18,6 @@
 #include "cli/UsageCommand.h"
 #include "cli/VersionsCommand.h"
 #include "cli/WatchCommand.h"
-#include "backup/RsyncLogStore.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
 
@@ -44,7 +44,8 @@ std::vector<std::unique_ptr<Command>> allCommands() {
 
 std::string overallUsage(const std::vector<std::unique_ptr<Command>>& commands) {
     std::string text =
-        "Usage: tapekeep-cli [--base DIR] [--rsync PATH] [--volumes-root DIR]... [--demo] [--json] COMMAND ...\n"
+        "Usage: tapekeep-cli [--base DIR] [--rsync PATH] [--volumes-root DIR]... [--demo] [--json] COMMAND "
+        "...\n"
         "Commands:\n";
     for (const auto& command : commands) text += "  " + command->usage() + "\n";
     return text;
@@ -59,13 +60,20 @@ std::size_t readGlobalOptions(const std::vector<std::string>& words, GlobalOptio
     };
     for (; i < words.size() && words[i].starts_with("--"); ++i) {
         const std::string& word = words[i];
-        if (word == "--base") options.base = valueOf(word);
-        else if (word == "--rsync") options.rsync = valueOf(word);
-        else if (word == "--volumes-root") options.volumeRoots.emplace_back(valueOf(word));
-        else if (word == "--demo") options.demo = true;
-        else if (word == "--json") options.json = true;
-        else if (word == "--help") break;
-        else throw UsageError("Unknown option " + word + ".");
+        if (word == "--base")
+            options.base = valueOf(word);
+        else if (word == "--rsync")
+            options.rsync = valueOf(word);
+        else if (word == "--volumes-root")
+            options.volumeRoots.emplace_back(valueOf(word));
+        else if (word == "--demo")
+            options.demo = true;
+        else if (word == "--json")
+            options.json = true;
+        else if (word == "--help")
+            break;
+        else
+            throw UsageError("Unknown option " + word + ".");
     }
     return i;
 }
@@ -80,7 +88,8 @@ int runCommand(const std::vector<std::string>& words) {
     }
     for (const auto& command : commands) {
         if (command->name() != words[index]) continue;
-        Arguments arguments(std::vector<std::string>(words.begin() + static_cast<long>(index) + 1, words.end()));
+        Arguments arguments(
+            std::vector<std::string>(words.begin() + static_cast<long>(index) + 1, words.end()));
         if (arguments.takeFlag("--json")) options.json = true;
         // With --json, standard output carries JSON alone.
         if (options.json) Log::setConsoleSink([](const std::string& line) { std::cerr << line << '\n'; });

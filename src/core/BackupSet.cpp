@@ -3,7 +3,8 @@
 namespace tapekeep {
 
 std::string backupSetFolderName(const std::string& volumeName, const std::string& diskUtilUUID) {
-    const std::string id8 = diskUtilUUID.size() > 8 ? diskUtilUUID.substr(diskUtilUUID.size() - 8) : diskUtilUUID;
+    const std::string id8 =
+        diskUtilUUID.size() > 8 ? diskUtilUUID.substr(diskUtilUUID.size() - 8) : diskUtilUUID;
     return volumeName + "_" + id8;
 }
 

@@ -2,7 +2,9 @@
 
 namespace tapekeep {
 
-std::string describe(const std::exception& error) { return error.what(); }
+std::string describe(const std::exception& error) {
+    return error.what();
+}
 
 std::string describe(std::exception_ptr error) {
     try {

@@ -15,9 +15,12 @@ struct FileDiff {
     // "added", "modified", "deleted".
     static const char* rawValue(Kind kind) {
         switch (kind) {
-            case Kind::added: return "added";
-            case Kind::modified: return "modified";
-            case Kind::deleted: return "deleted";
+            case Kind::added:
+                return "added";
+            case Kind::modified:
+                return "modified";
+            case Kind::deleted:
+                return "deleted";
         }
         return "";
     }

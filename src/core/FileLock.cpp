@@ -21,6 +21,8 @@ FileLock::FileLock(const std::filesystem::path& lockFile) {
     }
 }
 
-FileLock::~FileLock() { ::close(fd_); }
+FileLock::~FileLock() {
+    ::close(fd_);
+}
 
 }  // namespace tapekeep

@@ -11,14 +11,15 @@ std::string formatByteCount(std::int64_t bytes) {
     const bool negative = bytes < 0;
     const double magnitude = negative ? -static_cast<double>(bytes) : static_cast<double>(bytes);
     const std::string sign = negative ? "-" : "";
-    if (magnitude < 1000) return sign + std::to_string(std::llabs(bytes)) + (magnitude == 1 ? " byte" : " bytes");
+    if (magnitude < 1000)
+        return sign + std::to_string(std::llabs(bytes)) + (magnitude == 1 ? " byte" : " bytes");
     struct Unit {
         const char* name;
         double size;
         int decimals;
     };
-    constexpr std::array<Unit, 5> units{{{"KB", 1e3, 0}, {"MB", 1e6, 1}, {"GB", 1e9, 2}, {"TB", 1e12, 2},
-                                         {"PB", 1e15, 2}}};
+    constexpr std::array<Unit, 5> units{
+        {{"KB", 1e3, 0}, {"MB", 1e6, 1}, {"GB", 1e9, 2}, {"TB", 1e12, 2}, {"PB", 1e15, 2}}};
     std::size_t index = 0;
     while (index + 1 < units.size() && magnitude >= units[index + 1].size * 0.9995) ++index;
     const Unit& unit = units[index];

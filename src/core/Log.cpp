@@ -33,9 +33,12 @@ Log::Sink& consoleSink() {
 
 const char* levelName(Log::Level level) {
     switch (level) {
-        case Log::Level::debug: return "debug";
-        case Log::Level::info: return "info";
-        case Log::Level::error: return "error";
+        case Log::Level::debug:
+            return "debug";
+        case Log::Level::info:
+            return "info";
+        case Log::Level::error:
+            return "error";
     }
     return "";
 }
@@ -55,7 +58,8 @@ void Log::setThreshold(Level level) {
 void Log::write(Level level, const std::string& message) const {
     std::lock_guard lock(logMutex());
     if (level < threshold()) return;
-    std::fprintf(stderr, "org.tapekeep.backup [%s] %s: %s\n", category_.c_str(), levelName(level), message.c_str());
+    std::fprintf(stderr, "org.tapekeep.backup [%s] %s: %s\n", category_.c_str(), levelName(level),
+                 message.c_str());
 }
 
 void Log::console(const std::string& message) const {

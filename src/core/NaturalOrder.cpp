@@ -11,7 +11,8 @@ namespace {
 // NFC with case folding, so "É" and "é" (composed or not) compare equal.
 std::string folded(const std::string& text) {
     utf8proc_uint8_t* output = nullptr;
-    const auto options = static_cast<utf8proc_option_t>(UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STABLE);
+    const auto options =
+        static_cast<utf8proc_option_t>(UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STABLE);
     auto length = utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                                static_cast<utf8proc_ssize_t>(text.size()), &output, options);
     if (length < 0) return text;  // not valid UTF-8: compare the bytes as they are
@@ -19,7 +20,9 @@ std::string folded(const std::string& text) {
     return std::string(reinterpret_cast<const char*>(output), static_cast<std::size_t>(length));
 }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 int compareDigitRuns(const std::string& a, std::size_t& i, const std::string& b, std::size_t& j) {
     while (i < a.size() && a[i] == '0' && i + 1 < a.size() && isDigit(a[i + 1])) ++i;

@@ -27,7 +27,9 @@ nlohmann::json readObject(const std::filesystem::path& file) {
 
 SettingsStore::SettingsStore(std::filesystem::path file) : file_(std::move(file)) {}
 
-nlohmann::json SettingsStore::all() const { return readObject(file_); }
+nlohmann::json SettingsStore::all() const {
+    return readObject(file_);
+}
 
 std::optional<nlohmann::json> SettingsStore::value(const std::string& key) const {
     auto object = readObject(file_);

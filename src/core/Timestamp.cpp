@@ -9,7 +9,8 @@ namespace {
 // The whole second that contains `time`: to_time_t truncates toward zero, which moves an instant
 // before 1970 into the following second.
 std::time_t wholeSeconds(Clock::time_point time) {
-    return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count());
+    return static_cast<std::time_t>(
+        std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count());
 }
 
 std::tm localParts(Clock::time_point time) {
@@ -61,8 +62,8 @@ std::optional<Clock::time_point> parseFolderTimestamp(const std::string& text) {
     parts.tm_min = number(text, 13, 2);
     parts.tm_sec = number(text, 15, 2);
     parts.tm_isdst = -1;
-    if (parts.tm_mon < 0 || parts.tm_mon > 11 || parts.tm_mday < 1 || parts.tm_mday > 31 || parts.tm_hour > 23 ||
-        parts.tm_min > 59 || parts.tm_sec > 60)
+    if (parts.tm_mon < 0 || parts.tm_mon > 11 || parts.tm_mday < 1 || parts.tm_mday > 31 ||
+        parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 60)
         return std::nullopt;
     const int month = parts.tm_mon, day = parts.tm_mday;
     std::time_t seconds = std::mktime(&parts);
@@ -73,7 +74,8 @@ std::optional<Clock::time_point> parseFolderTimestamp(const std::string& text) {
 
 std::string formatLogTimestamp(Clock::time_point time) {
     std::tm parts = utcParts(time);
-    auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count() % 1000;
+    auto millis =
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count() % 1000;
     if (millis < 0) millis += 1000;
     char text[96];
     std::snprintf(text, sizeof text, "%04d%02d%02d-%02d%02d%02d-%03d", parts.tm_year + 1900, parts.tm_mon + 1,

@@ -30,7 +30,8 @@ bool isLoopDevice(const std::string& device) {
     return std::filesystem::path(device).filename().string().starts_with("loop");
 }
 
-std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments, std::stop_token token) {
+std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments,
+                     std::stop_token token) {
     throwIfCancelled(token);
     ProcessResult result = ProcessRunner::shared().run(SystemTools::pathOf(tool), arguments, {}, token);
     throwIfCancelled(token);
@@ -48,9 +49,11 @@ DiskInfo diskInfo(const std::filesystem::path& mountPoint, std::stop_token token
     const std::string device = mount->source;
     if (!isBlockDevice(device)) return DiskInfo{};
 
-    DiskInfo info = LsblkOutputParser::parse(outputOf("lsblk", {"--json", "-o", "UUID,RM,HOTPLUG,TYPE,TRAN", device}, token));
+    DiskInfo info = LsblkOutputParser::parse(
+        outputOf("lsblk", {"--json", "-o", "UUID,RM,HOTPLUG,TYPE,TRAN", device}, token));
     if (isLoopDevice(device)) info.isInternal = false;
-    if (info.uuid.empty()) info.uuid = BlkidOutputParser::uuid(outputOf("blkid", {"-o", "export", device}, token));
+    if (info.uuid.empty())
+        info.uuid = BlkidOutputParser::uuid(outputOf("blkid", {"-o", "export", device}, token));
     return info;
 }
 

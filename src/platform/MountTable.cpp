@@ -10,7 +10,9 @@ namespace {
 
 constexpr const char* liveTablePath = "/proc/self/mountinfo";
 
-bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
+bool isOctalDigit(char c) {
+    return c >= '0' && c <= '7';
+}
 
 // The kernel writes space, tab, newline and backslash in paths as "\ooo".
 std::string decodeOctalEscapes(std::string_view field) {
@@ -19,7 +21,8 @@ std::string decodeOctalEscapes(std::string_view field) {
     for (std::size_t i = 0; i < field.size(); ++i) {
         if (field[i] == '\\' && i + 3 < field.size() && isOctalDigit(field[i + 1]) &&
             isOctalDigit(field[i + 2]) && isOctalDigit(field[i + 3])) {
-            decoded += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 + (field[i + 3] - '0'));
+            decoded += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 +
+                                         (field[i + 3] - '0'));
             i += 3;
         } else {
             decoded += field[i];
@@ -45,7 +48,8 @@ std::optional<MountTable::Entry> parseLine(std::string_view line) {
     constexpr std::ptrdiff_t mandatoryFieldCount = 6;
     const auto fields = fieldsOf(line);
     if (std::ssize(fields) < mandatoryFieldCount) return std::nullopt;
-    const auto separator = std::find(fields.begin() + mandatoryFieldCount, fields.end(), std::string_view("-"));
+    const auto separator =
+        std::find(fields.begin() + mandatoryFieldCount, fields.end(), std::string_view("-"));
     if (std::distance(separator, fields.end()) < 3) return std::nullopt;
     return MountTable::Entry{decodeOctalEscapes(fields[4]), decodeOctalEscapes(*(separator + 2)),
                              decodeOctalEscapes(*(separator + 1))};
@@ -80,25 +84,30 @@ MountTable MountTable::parse(std::string_view mountinfo) {
     std::size_t start = 0;
     while (start < mountinfo.size()) {
         const std::size_t end = std::min(mountinfo.find('\n', start), mountinfo.size());
-        if (auto entry = parseLine(mountinfo.substr(start, end - start))) table.entries_.push_back(std::move(*entry));
+        if (auto entry = parseLine(mountinfo.substr(start, end - start)))
+            table.entries_.push_back(std::move(*entry));
         start = end + 1;
     }
     return table;
 }
 
-MountTable MountTable::readLive() { return parse(readWholeFile(liveTablePath)); }
+MountTable MountTable::readLive() {
+    return parse(readWholeFile(liveTablePath));
+}
 
 const MountTable::Entry* MountTable::mountContaining(const std::filesystem::path& path) const {
     const std::filesystem::path wanted = normalized(path);
     const Entry* best = nullptr;
     for (const Entry& entry : entries_) {
         if (!isSameOrAncestor(entry.mountPoint, wanted)) continue;
-        if (best == nullptr || componentCount(entry.mountPoint) >= componentCount(best->mountPoint)) best = &entry;
+        if (best == nullptr || componentCount(entry.mountPoint) >= componentCount(best->mountPoint))
+            best = &entry;
     }
     return best;
 }
 
-std::vector<std::filesystem::path> MountTable::volumesBelow(const std::vector<std::filesystem::path>& roots) const {
+std::vector<std::filesystem::path> MountTable::volumesBelow(
+    const std::vector<std::filesystem::path>& roots) const {
     std::vector<std::filesystem::path> normalRoots;
     for (const auto& root : roots) normalRoots.push_back(normalized(root));
     std::vector<std::filesystem::path> volumes;

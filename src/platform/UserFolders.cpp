@@ -24,12 +24,24 @@ std::filesystem::path home() {
     return "/";
 }
 
-std::filesystem::path configHome() { return fromEnvironment("XDG_CONFIG_HOME", home() / ".config"); }
-std::filesystem::path stateHome() { return fromEnvironment("XDG_STATE_HOME", home() / ".local/state"); }
-std::filesystem::path dataHome() { return fromEnvironment("XDG_DATA_HOME", home() / ".local/share"); }
-std::filesystem::path runtimeDir() { return fromEnvironment("XDG_RUNTIME_DIR", "/tmp"); }
+std::filesystem::path configHome() {
+    return fromEnvironment("XDG_CONFIG_HOME", home() / ".config");
+}
+std::filesystem::path stateHome() {
+    return fromEnvironment("XDG_STATE_HOME", home() / ".local/state");
+}
+std::filesystem::path dataHome() {
+    return fromEnvironment("XDG_DATA_HOME", home() / ".local/share");
+}
+std::filesystem::path runtimeDir() {
+    return fromEnvironment("XDG_RUNTIME_DIR", "/tmp");
+}
 
-std::filesystem::path settingsFile() { return configHome() / "tapekeep" / "settings.json"; }
-std::filesystem::path logsFolder() { return stateHome() / "Logs" / "Tapekeep"; }
+std::filesystem::path settingsFile() {
+    return configHome() / "tapekeep" / "settings.json";
+}
+std::filesystem::path logsFolder() {
+    return stateHome() / "Logs" / "Tapekeep";
+}
 
 }  // namespace tapekeep::UserFolders

@@ -6,12 +6,12 @@ BackgroundTasks::Id BackgroundTasks::start(Work work, EndHandler onEnded) {
     const Id id = nextId_++;
     threads_.emplace(id, std::jthread([this, id, work = std::move(work), onEnded = std::move(onEnded),
                                        poster = poster_](std::stop_token token) {
-        work(token);
-        poster->post([this, id, onEnded] {
-            reap(id);
-            if (onEnded) onEnded(id);
-        });
-    }));
+                         work(token);
+                         poster->post([this, id, onEnded] {
+                             reap(id);
+                             if (onEnded) onEnded(id);
+                         });
+                     }));
     return id;
 }
 

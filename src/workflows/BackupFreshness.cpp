@@ -6,10 +6,14 @@ namespace tapekeep {
 
 std::string BackupFreshness::label() const {
     switch (kind) {
-        case Kind::checking: return "CHECKING";
-        case Kind::noBackup: return "NO BACKUP YET";
-        case Kind::upToDate: return "UP TO DATE";
-        case Kind::changes: break;
+        case Kind::checking:
+            return "CHECKING";
+        case Kind::noBackup:
+            return "NO BACKUP YET";
+        case Kind::upToDate:
+            return "UP TO DATE";
+        case Kind::changes:
+            break;
     }
     const int total = added + modified + deleted;
     return formatWithThousandsSeparator(total) + (total == 1 ? " CHANGE" : " CHANGES");

@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-QString text(const std::string& value) { return QString::fromStdString(value); }
+QString text(const std::string& value) {
+    return QString::fromStdString(value);
+}
 
 QVariantMap cardVariant(const SDCard& card) {
     return {{"volumeName", text(card.volumeName)},
@@ -33,7 +35,8 @@ qint64 epochMilliseconds(Clock::time_point time) {
 
 QVariantList countsVariant(const ContentCounts& counts) {
     QVariantList list;
-    for (const auto& count : counts) list.push_back(QVariantMap{{"label", text(count.label)}, {"count", count.count}});
+    for (const auto& count : counts)
+        list.push_back(QVariantMap{{"label", text(count.label)}, {"count", count.count}});
     return list;
 }
 
@@ -58,7 +61,8 @@ BackupViewModel::BackupViewModel(AppSettings& settings, Dependencies dependencie
       dependencies_(std::move(dependencies)),
       poster_(std::make_shared<MainThreadPoster>(this)),
       tasks_(poster_) {
-    if (!dependencies_.makeScanner) dependencies_.makeScanner = [] { return std::make_unique<VolumeScanner>(); };
+    if (!dependencies_.makeScanner)
+        dependencies_.makeScanner = [] { return std::make_unique<VolumeScanner>(); };
     if (!dependencies_.ejectVolume) dependencies_.ejectVolume = VolumeEjector::ejectVolume;
 }
 
@@ -75,16 +79,18 @@ void BackupViewModel::startObserving() {
     for (auto token : observers_) NotificationCenter::defaultCenter().removeObserver(token);
     observers_.clear();
     auto& center = NotificationCenter::defaultCenter();
-    observers_.push_back(center.addObserver(Notifications::backupsDidChange, [poster = poster_, this](const std::string& base) {
-        poster->post([this, base] { onBackupsChanged(base); });
-    }));
-    observers_.push_back(center.addObserver(Notifications::cardContentMayHaveChanged,
-                                            [poster = poster_, this](const std::string& uuid) {
-                                                poster->post([this, uuid] { onCardContentMayHaveChanged(uuid); });
+    observers_.push_back(center.addObserver(Notifications::backupsDidChange,
+                                            [poster = poster_, this](const std::string& base) {
+                                                poster->post([this, base] { onBackupsChanged(base); });
                                             }));
+    observers_.push_back(center.addObserver(
+        Notifications::cardContentMayHaveChanged, [poster = poster_, this](const std::string& uuid) {
+            poster->post([this, uuid] { onCardContentMayHaveChanged(uuid); });
+        }));
     mountMonitor_.reset();
-    mountMonitor_ = std::make_unique<MountMonitor>(
-        [poster = poster_, this](const MountMonitor::Change&) { poster->post([this] { onMountsChanged(); }); });
+    mountMonitor_ = std::make_unique<MountMonitor>([poster = poster_, this](const MountMonitor::Change&) {
+        poster->post([this] { onMountsChanged(); });
+    });
 }
 
 // ---- scanning -------------------------------------------------------------------------------
@@ -100,17 +106,18 @@ void BackupViewModel::scanForCards() {
         scanError_.reset();
         emit scanErrorChanged();
     }
-    tasks_.start([this, generation, makeScanner = dependencies_.makeScanner, poster = poster_](std::stop_token token) {
-        try {
-            auto result = makeScanner()->scan(token);
-            poster->post([this, generation, result] { applyScan(generation, result); });
-        } catch (const Cancelled&) {
-        } catch (const std::exception& error) {
-            poster->post([this, generation, message = std::string(error.what())] {
-                applyScanError(generation, message);
-            });
-        }
-    });
+    tasks_.start(
+        [this, generation, makeScanner = dependencies_.makeScanner, poster = poster_](std::stop_token token) {
+            try {
+                auto result = makeScanner()->scan(token);
+                poster->post([this, generation, result] { applyScan(generation, result); });
+            } catch (const Cancelled&) {
+            } catch (const std::exception& error) {
+                poster->post([this, generation, message = std::string(error.what())] {
+                    applyScanError(generation, message);
+                });
+            }
+        });
 }
 
 void BackupViewModel::applyScanError(const std::string& generation, const std::string& error) {
@@ -138,8 +145,9 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
         if (!present && cardState(old.diskUtilUUID).kind == CardState::Kind::running) cards.push_back(old);
     }
     for (const auto& old : detectedCards_) {
-        const bool kept = std::any_of(cards.begin(), cards.end(),
-                                      [&](const SDCard& card) { return card.diskUtilUUID == old.diskUtilUUID; });
+        const bool kept = std::any_of(cards.begin(), cards.end(), [&](const SDCard& card) {
+            return card.diskUtilUUID == old.diskUtilUUID;
+        });
         if (!kept) forgetCard(old.diskUtilUUID);
     }
     if (cards != detectedCards_) {
@@ -156,8 +164,9 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
     if (statusChanged) emit scannerStatusChanged();
     for (const auto& card : detectedCards_) {
         if (!cardStates_.contains(card.diskUtilUUID)) setState(card.diskUtilUUID, CardState::idle());
-        if (!cardLogs_.contains(card.diskUtilUUID)) assign(cardLogs_, card.diskUtilUUID, std::vector<std::string>{},
-                                                           &BackupViewModel::cardLogsChanged);
+        if (!cardLogs_.contains(card.diskUtilUUID))
+            assign(cardLogs_, card.diskUtilUUID, std::vector<std::string>{},
+                   &BackupViewModel::cardLogsChanged);
         loadRepositoryFacts(card);
         if (dependencies_.followCardContent && !isRunning(card.diskUtilUUID)) {
             refreshFreshness(card);
@@ -221,7 +230,8 @@ void BackupViewModel::loadRepositoryFacts(const SDCard& card) {
             std::string note;
             for (const auto& version : versions)
                 if (version.isLatest) note = BackupRepository::readNote(version.url);
-            BackupInfo info{static_cast<int>(versions.size()), versions.empty() ? std::nullopt : std::optional(total)};
+            BackupInfo info{static_cast<int>(versions.size()),
+                            versions.empty() ? std::nullopt : std::optional(total)};
             poster->post([this, uuid, info, note] {
                 assign(cardBackupInfo_, uuid, info, &BackupViewModel::cardBackupInfoChanged);
                 assign(latestNotes_, uuid, note, &BackupViewModel::latestNotesChanged);
@@ -247,7 +257,8 @@ void BackupViewModel::loadOptions(const SDCard& card) {
          !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
         std::error_code typeError;
         if (!it->is_regular_file(typeError) || it->path().extension() != ".m8s") continue;
-        songs.push_back(SongItem{makeUuid(), it->path().stem().string(), it->path().lexically_relative(card.mountPath).string(),
+        songs.push_back(SongItem{makeUuid(), it->path().stem().string(),
+                                 it->path().lexically_relative(card.mountPath).string(),
                                  static_cast<std::int64_t>(it->file_size(typeError)), false,
                                  M8SongParser::parseSamplePaths(it->path())});
     }
@@ -265,7 +276,8 @@ void BackupViewModel::setFolderSelected(const std::string& uuid, const std::stri
     emit cardFoldersChanged();
 }
 
-void BackupViewModel::setSongSelected(const std::string& uuid, const std::string& relativePath, bool selected) {
+void BackupViewModel::setSongSelected(const std::string& uuid, const std::string& relativePath,
+                                      bool selected) {
     auto found = cardSongs_.find(uuid);
     if (found == cardSongs_.end()) return;
     for (auto& song : found->second)
@@ -280,7 +292,8 @@ void BackupViewModel::prepareBackup(const SDCard& card, const std::optional<fs::
     }
     if (OperationLock::shared().isActive(VolumeUUID{card.diskUtilUUID})) return;
     if (destination)
-        assign(destinationOverride_, card.diskUtilUUID, *destination, &BackupViewModel::destinationOverrideChanged);
+        assign(destinationOverride_, card.diskUtilUUID, *destination,
+               &BackupViewModel::destinationOverrideChanged);
     else
         erase(destinationOverride_, card.diskUtilUUID, &BackupViewModel::destinationOverrideChanged);
     loadOptions(card);
@@ -302,7 +315,8 @@ void BackupViewModel::setState(const std::string& uuid, CardState state) {
 
 void BackupViewModel::onMountsChanged() {
     // Only a card that was not there before a mount may start a countdown.
-    const bool autoBackup = dependencies_.autoBackupOnConnectOverride.value_or(settings_.autoBackupOnConnect());
+    const bool autoBackup =
+        dependencies_.autoBackupOnConnectOverride.value_or(settings_.autoBackupOnConnect());
     if (autoBackup && !armAfterScan_) {
         std::set<std::string> present;
         for (const auto& card : detectedCards_) present.insert(card.diskUtilUUID);
@@ -370,11 +384,14 @@ QVariantList BackupViewModel::detectedCardsVariant() const {
     return list;
 }
 
-QString BackupViewModel::scanErrorText() const { return scanError_ ? text(*scanError_) : QString(); }
+QString BackupViewModel::scanErrorText() const {
+    return scanError_ ? text(*scanError_) : QString();
+}
 
 QVariantMap BackupViewModel::scannerStatusVariant() const {
     if (!scannerStatus_) return {};
-    return {{"examinedCount", scannerStatus_->examinedCount}, {"excludedCount", scannerStatus_->excludedCount}};
+    return {{"examinedCount", scannerStatus_->examinedCount},
+            {"excludedCount", scannerStatus_->excludedCount}};
 }
 
 QVariantMap BackupViewModel::cardStatesVariant() const {
@@ -413,7 +430,9 @@ QVariantMap BackupViewModel::cardFilesRemainingVariant() const {
     return mapVariant(cardFilesRemaining_, [](std::int64_t value) { return qint64(value); });
 }
 
-QVariantMap BackupViewModel::cardContentSummaryVariant() const { return mapVariant(cardContentSummary_, countsVariant); }
+QVariantMap BackupViewModel::cardContentSummaryVariant() const {
+    return mapVariant(cardContentSummary_, countsVariant);
+}
 
 QVariantMap BackupViewModel::cardContentScanProgressVariant() const {
     return mapVariant(cardContentScanProgress_, countsVariant);
@@ -449,7 +468,8 @@ QVariantMap BackupViewModel::cardSongsVariant() const {
 }
 
 QVariantMap BackupViewModel::cardFreshnessVariant() const {
-    return mapVariant(cardFreshness_, [](const BackupFreshness& freshness) { return text(freshness.label()); });
+    return mapVariant(cardFreshness_,
+                      [](const BackupFreshness& freshness) { return text(freshness.label()); });
 }
 
 QVariantMap BackupViewModel::cardDiffSummaryVariant() const {

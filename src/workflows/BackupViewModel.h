@@ -65,15 +65,16 @@ class BackupViewModel : public QObject {
     Q_PROPERTY(QVariantMap cardProgress READ cardProgressVariant NOTIFY cardProgressChanged)
     Q_PROPERTY(QVariantMap cardFilesRemaining READ cardFilesRemainingVariant NOTIFY cardFilesRemainingChanged)
     Q_PROPERTY(QVariantMap cardContentSummary READ cardContentSummaryVariant NOTIFY cardContentSummaryChanged)
-    Q_PROPERTY(QVariantMap cardContentScanProgress READ cardContentScanProgressVariant
-                   NOTIFY cardContentScanProgressChanged)
+    Q_PROPERTY(QVariantMap cardContentScanProgress READ cardContentScanProgressVariant NOTIFY
+                   cardContentScanProgressChanged)
     Q_PROPERTY(QVariantMap latestNotes READ latestNotesVariant NOTIFY latestNotesChanged)
     Q_PROPERTY(QVariantMap cardFolders READ cardFoldersVariant NOTIFY cardFoldersChanged)
     Q_PROPERTY(QVariantMap cardSongs READ cardSongsVariant NOTIFY cardSongsChanged)
     Q_PROPERTY(QVariantMap cardFreshness READ cardFreshnessVariant NOTIFY cardFreshnessChanged)
     Q_PROPERTY(QVariantMap cardDiffSummary READ cardDiffSummaryVariant NOTIFY cardDiffSummaryChanged)
     Q_PROPERTY(QStringList cardDiffLoading READ cardDiffLoadingVariant NOTIFY cardDiffLoadingChanged)
-    Q_PROPERTY(QVariantMap destinationOverride READ destinationOverrideVariant NOTIFY destinationOverrideChanged)
+    Q_PROPERTY(
+        QVariantMap destinationOverride READ destinationOverrideVariant NOTIFY destinationOverrideChanged)
 
 public:
     // What the controller needs from outside; each has a working default, and tests replace some.
@@ -89,13 +90,12 @@ public:
         std::optional<bool> autoBackupOnConnectOverride;          // a front end's --auto
         // A front end's one-call choices (kept versions, verification, parts of the card).
         std::function<void(BackupRequest& request)> adjustRequest;
-        bool watchCards = true;                  // follow changes on each detected card
-        bool followCardContent = true;           // compare each card with its backup and count its files
+        bool watchCards = true;         // follow changes on each detected card
+        bool followCardContent = true;  // compare each card with its backup and count its files
         std::chrono::milliseconds flushDelay{250};
         std::chrono::milliseconds freshnessQuietTime{2000};  // after a card's last change report
-        std::vector<std::chrono::milliseconds> ejectWaits{std::chrono::milliseconds(0),
-                                                          std::chrono::milliseconds(500),
-                                                          std::chrono::milliseconds(1000)};
+        std::vector<std::chrono::milliseconds> ejectWaits{
+            std::chrono::milliseconds(0), std::chrono::milliseconds(500), std::chrono::milliseconds(1000)};
     };
 
     BackupViewModel(AppSettings& settings, Dependencies dependencies, QObject* parent = nullptr);
@@ -123,7 +123,9 @@ public:
     [[nodiscard]] const std::vector<SDCard>& detectedCards() const { return detectedCards_; }
     [[nodiscard]] bool isScanning() const { return isScanning_; }
     [[nodiscard]] const std::optional<std::string>& scanError() const { return scanError_; }
-    [[nodiscard]] const std::optional<VolumeScanner::ScanResult>& scannerStatus() const { return scannerStatus_; }
+    [[nodiscard]] const std::optional<VolumeScanner::ScanResult>& scannerStatus() const {
+        return scannerStatus_;
+    }
     [[nodiscard]] CardState cardState(const std::string& uuid) const;
     [[nodiscard]] std::vector<std::string> cardLog(const std::string& uuid) const;
     [[nodiscard]] std::optional<double> cardProgress(const std::string& uuid) const;
@@ -207,7 +209,8 @@ private:
     void flushOutput(const std::string& uuid);
     void applyEvent(const std::string& uuid, const TransferEvent& event);
     void completeRun(const SDCard& card, const RunResult& result, const std::filesystem::path& baseURL);
-    void completeSuccess(const SDCard& card, const BackupOutcome& outcome, const std::filesystem::path& baseURL);
+    void completeSuccess(const SDCard& card, const BackupOutcome& outcome,
+                         const std::filesystem::path& baseURL);
     void completeFailure(const SDCard& card, const std::exception_ptr& error);
     void appendLog(const std::string& uuid, const std::string& line);
     std::optional<std::string> ejectWithRetries(const SDCard& card, std::stop_token token) const;
@@ -218,8 +221,8 @@ private:
     void armCountdown(const SDCard& card);
     void countdownEnded(const std::string& uuid);
     void refreshFreshness(const SDCard& card);
-    void applyComparison(const std::string& uuid, const std::string& generation, const BackupFreshness& freshness,
-                         const std::vector<FileDiff>& differences);
+    void applyComparison(const std::string& uuid, const std::string& generation,
+                         const BackupFreshness& freshness, const std::vector<FileDiff>& differences);
     void scanContent(const SDCard& card);
     void onCardChanged(const std::string& uuid);
     void onBackupsChanged(const std::string& baseFolder);

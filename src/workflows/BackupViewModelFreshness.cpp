@@ -36,9 +36,15 @@ DiffSummary summarize(const std::vector<FileDiff>& differences) {
         auto& folder = folders[name];
         folder.name = name;
         switch (difference.kind) {
-            case FileDiff::Kind::added: ++folder.added; break;
-            case FileDiff::Kind::modified: ++folder.modified; break;
-            case FileDiff::Kind::deleted: ++folder.deleted; break;
+            case FileDiff::Kind::added:
+                ++folder.added;
+                break;
+            case FileDiff::Kind::modified:
+                ++folder.modified;
+                break;
+            case FileDiff::Kind::deleted:
+                ++folder.deleted;
+                break;
         }
     }
     DiffSummary summary;
@@ -47,7 +53,8 @@ DiffSummary summarize(const std::vector<FileDiff>& differences) {
 }
 
 bool mayArm(CardState::Kind kind) {
-    return kind == CardState::Kind::idle || kind == CardState::Kind::success || kind == CardState::Kind::failed;
+    return kind == CardState::Kind::idle || kind == CardState::Kind::success ||
+           kind == CardState::Kind::failed;
 }
 
 }  // namespace
@@ -57,7 +64,8 @@ bool mayArm(CardState::Kind kind) {
 void BackupViewModel::armCountdown(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
     if (isRunning(uuid) || !mayArm(cardState(uuid).kind)) return;
-    if (auto refusal = featureAccess_.refusal("autoBackup")) return setState(uuid, CardState::failed(*refusal));
+    if (auto refusal = featureAccess_.refusal("autoBackup"))
+        return setState(uuid, CardState::failed(*refusal));
     if (auto countdown = autoBackupTasks_.find(uuid); countdown != autoBackupTasks_.end())
         tasks_.cancel(countdown->second);
     const auto delay = std::chrono::seconds(std::max(0, settings_.autoBackupDelaySeconds()));
@@ -127,7 +135,8 @@ void BackupViewModel::refreshFreshness(const SDCard& card) {
 }
 
 void BackupViewModel::applyComparison(const std::string& uuid, const std::string& generation,
-                                      const BackupFreshness& freshness, const std::vector<FileDiff>& differences) {
+                                      const BackupFreshness& freshness,
+                                      const std::vector<FileDiff>& differences) {
     if (diffGeneration_[uuid] != generation) return;
     cardQuickDiffs_[uuid] = differences;
     assign(cardFreshness_, uuid, freshness, &BackupViewModel::cardFreshnessChanged);
@@ -139,7 +148,8 @@ void BackupViewModel::applyComparison(const std::string& uuid, const std::string
 
 void BackupViewModel::startDiffSummary(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
-    if (auto refusal = featureAccess_.refusal("diffSummary")) return setState(uuid, CardState::failed(*refusal));
+    if (auto refusal = featureAccess_.refusal("diffSummary"))
+        return setState(uuid, CardState::failed(*refusal));
     if (isRunning(uuid) || OperationLock::shared().isActive(VolumeUUID{uuid})) return;
     if (cardDiffLoading_.insert(uuid).second) emit cardDiffLoadingChanged();
     erase(cardDiffSummary_, uuid, &BackupViewModel::cardDiffSummaryChanged);
@@ -188,7 +198,8 @@ void BackupViewModel::scanContent(const SDCard& card) {
                 assign(cardContentSummary_, cardID, counts, &BackupViewModel::cardContentSummaryChanged);
                 erase(cardContentScanProgress_, cardID, &BackupViewModel::cardContentScanProgressChanged);
                 contentScanFinishedAt_[cardID] = Clock::now();
-                if (dependencies_.store != nullptr) M8ContentScanner::storeSummary(counts, cardID, *dependencies_.store);
+                if (dependencies_.store != nullptr)
+                    M8ContentScanner::storeSummary(counts, cardID, *dependencies_.store);
             });
         },
         [this, uuid](BackgroundTasks::Id id) { forgetTask(contentScanTasks_, uuid, id); });

@@ -5,12 +5,12 @@
 
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
+#include "backup/ProgressLineParser.h"
 #include "cards/CardChangeWatcher.h"
 #include "cards/OperationLock.h"
 #include "cards/OperationLockError.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
-#include "backup/ProgressLineParser.h"
 #include "workflows/BackupRequestFactory.h"
 #include "workflows/BackupViewModel.h"
 #include "workflows/BackupVolumeCheck.h"
@@ -50,22 +50,26 @@ void BackupViewModel::startBackup(const SDCard& card) {
 void BackupViewModel::runBackup(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
     if (auto refusal = featureAccess_.refusal("backup")) return setState(uuid, CardState::failed(*refusal));
-    if (uuid.empty()) return setState(uuid, CardState::failed("Missing volume UUID — reconnect card and retry."));
+    if (uuid.empty())
+        return setState(uuid, CardState::failed("Missing volume UUID — reconnect card and retry."));
     std::optional<Lease> lease;
     try {
         lease = OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::backup);
     } catch (const OperationLockError& conflict) {
-        return setState(uuid, CardState::failed("Cannot start backup — " + std::string(rawValue(conflict.existing())) +
-                                                " in progress on this card."));
+        return setState(
+            uuid, CardState::failed("Cannot start backup — " + std::string(rawValue(conflict.existing())) +
+                                    " in progress on this card."));
     } catch (const std::exception& error) {
-        return setState(uuid, CardState::failed(std::string("Failed to acquire operation lock: ") + error.what()));
+        return setState(uuid,
+                        CardState::failed(std::string("Failed to acquire operation lock: ") + error.what()));
     }
     const auto folders = cardFolders_.find(uuid);
     const auto songs = cardSongs_.find(uuid);
-    const bool anyFolder = folders == cardFolders_.end() ||
-                           std::any_of(folders->second.begin(), folders->second.end(), [](auto& f) { return f.selected; });
-    const bool anySong = songs != cardSongs_.end() &&
-                         std::any_of(songs->second.begin(), songs->second.end(), [](auto& s) { return s.selected; });
+    const bool anyFolder =
+        folders == cardFolders_.end() ||
+        std::any_of(folders->second.begin(), folders->second.end(), [](auto& f) { return f.selected; });
+    const bool anySong = songs != cardSongs_.end() && std::any_of(songs->second.begin(), songs->second.end(),
+                                                                  [](auto& s) { return s.selected; });
     if (!anyFolder && !anySong) {
         OperationLock::shared().release(*lease);
         return setState(uuid, CardState::failed("Nothing selected to back up."));
@@ -114,11 +118,13 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
     leases_.insert_or_assign(uuid, lease);
     const bool autoEject = settings_.autoEjectOnCompletion();
     auto work = [this, card, request, autoEject, poster = poster_, validate = volumeValidator(),
-                 runRsync = dependencies_.runRsync, environment = dependencies_.environment](std::stop_token token) {
+                 runRsync = dependencies_.runRsync,
+                 environment = dependencies_.environment](std::stop_token token) {
         RunResult result;
         try {
             result.outcome = BackupOperation::run(
-                request, [this, uuid = card.diskUtilUUID](const std::string& line) { receiveLine(uuid, line); },
+                request,
+                [this, uuid = card.diskUtilUUID](const std::string& line) { receiveLine(uuid, line); },
                 [this, poster, uuid = card.diskUtilUUID](const TransferEvent& event) {
                     poster->post([this, uuid, event] { applyEvent(uuid, event); });
                 },
@@ -162,7 +168,8 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
 }
 
 void BackupViewModel::cancelRun(const SDCard& card) {
-    if (auto run = runningTasks_.find(card.diskUtilUUID); run != runningTasks_.end()) tasks_.cancel(run->second);
+    if (auto run = runningTasks_.find(card.diskUtilUUID); run != runningTasks_.end())
+        tasks_.cancel(run->second);
 }
 
 void BackupViewModel::cancelAllOperations() {
@@ -215,7 +222,8 @@ void BackupViewModel::scheduleFlush(const std::string& uuid) {
 
 void BackupViewModel::flushOutput(const std::string& uuid) {
     outputFlushScheduled_.erase(uuid);
-    if (auto pending = pendingLogLines_.find(uuid); pending != pendingLogLines_.end() && !pending->second.empty()) {
+    if (auto pending = pendingLogLines_.find(uuid);
+        pending != pendingLogLines_.end() && !pending->second.empty()) {
         auto& log = cardLogs_[uuid];
         log.insert(log.end(), std::make_move_iterator(pending->second.begin()),
                    std::make_move_iterator(pending->second.end()));
@@ -269,8 +277,8 @@ void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& o
     loadRepositoryFacts(card);
     const auto start = cardStartTime_.find(uuid);
     const std::string message = outcome.warning.value_or(
-        "Backup successful (" + elapsedText(start == cardStartTime_.end() ? std::nullopt : std::optional(start->second)) +
-        ").");
+        "Backup successful (" +
+        elapsedText(start == cardStartTime_.end() ? std::nullopt : std::optional(start->second)) + ").");
     setState(uuid, CardState::success(message));
     if (dependencies_.feedback && settings_.playSoundOnCompletion())
         dependencies_.feedback->playSound(settings_.completionSoundName().toStdString());
@@ -313,7 +321,8 @@ void BackupViewModel::stopCardWorkForEject(const std::string& uuid) {
 }
 
 // On a background thread: three tries, after 0, 500 and 1,000 ms, each on the card as it is now.
-std::optional<std::string> BackupViewModel::ejectWithRetries(const SDCard& card, std::stop_token token) const {
+std::optional<std::string> BackupViewModel::ejectWithRetries(const SDCard& card,
+                                                             std::stop_token token) const {
     BackupRequest identity;
     identity.card = card;
     const auto validate = volumeValidator();
@@ -336,7 +345,8 @@ std::optional<std::string> BackupViewModel::ejectWithRetries(const SDCard& card,
 void BackupViewModel::ejectCard(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
     try {
-        leases_.insert_or_assign(uuid, OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::browse));
+        leases_.insert_or_assign(uuid,
+                                 OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::browse));
     } catch (const OperationLockError&) {
         emit ejectFinished(QString::fromStdString(uuid), "Cannot eject while another operation is running.");
         return;

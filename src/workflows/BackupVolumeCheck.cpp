@@ -6,7 +6,8 @@
 
 namespace tapekeep {
 
-BackupOperation::VolumeValidator makeVolumeValidator(std::function<std::unique_ptr<VolumeScanner>()> makeScanner) {
+BackupOperation::VolumeValidator makeVolumeValidator(
+    std::function<std::unique_ptr<VolumeScanner>()> makeScanner) {
     return [makeScanner = std::move(makeScanner)](const BackupRequest& request, std::stop_token token) {
         throwIfCancelled(token);
         const auto result = makeScanner()->validate(request.card.diskUtilUUID, token);

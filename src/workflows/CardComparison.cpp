@@ -23,9 +23,15 @@ CardComparison CardComparison::compare(const SDCard& card, const std::filesystem
     int added = 0, modified = 0, deleted = 0;
     for (const auto& difference : result.differences) {
         switch (difference.kind) {
-            case FileDiff::Kind::added: ++added; break;
-            case FileDiff::Kind::modified: ++modified; break;
-            case FileDiff::Kind::deleted: ++deleted; break;
+            case FileDiff::Kind::added:
+                ++added;
+                break;
+            case FileDiff::Kind::modified:
+                ++modified;
+                break;
+            case FileDiff::Kind::deleted:
+                ++deleted;
+                break;
         }
     }
     result.freshness = BackupFreshness::changes(added, modified, deleted);

@@ -11,8 +11,8 @@ struct CardState {
     enum class Kind { idle, confirming, running, success, failed, autoBackupCountdown };
 
     Kind kind = Kind::idle;
-    std::string message;                  // for success and failed
-    Clock::time_point start{}, end{};     // for autoBackupCountdown
+    std::string message;               // for success and failed
+    Clock::time_point start{}, end{};  // for autoBackupCountdown
 
     static CardState idle() { return {}; }
     static CardState confirming() { return {Kind::confirming, {}, {}, {}}; }

@@ -2,6 +2,8 @@
 
 namespace tapekeep {
 
-std::optional<std::string> FeatureAccessAdmission::refusal(const std::string&) const { return std::nullopt; }
+std::optional<std::string> FeatureAccessAdmission::refusal(const std::string&) const {
+    return std::nullopt;
+}
 
 }  // namespace tapekeep

@@ -110,7 +110,8 @@ TEST(M8SongParserTest, ReadsEveryRealSong) {
     std::vector<std::string> types;
     const auto testSong = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");  // outlives the loop
     ASSERT_TRUE(testSong);
-    for (const auto& instrument : testSong->instruments) types.emplace_back(InstrumentInfo::rawValue(instrument.type));
+    for (const auto& instrument : testSong->instruments)
+        types.emplace_back(InstrumentInfo::rawValue(instrument.type));
     EXPECT_EQ(types, (std::vector<std::string>{"WAVSYNTH", "MACROSYN", "SAMPLER", "FMSYNTH", "HYPERSYNTH",
                                                "MIDI OUT", "EXTERNAL"}));
 }
@@ -288,7 +289,7 @@ TEST(M8SongParserTest, FilesThatCannotBeReadGiveNothing) {
     const auto song = write(dir, SongBytes::newer().bytes());
     const auto huge = write(dir, SongBytes::newer().bytes(), "huge.m8s");
     fs::resize_file(huge, 16 * 1024 * 1024 + 1);  // sparse: too large for any M8 file
-    fs::resize_file(song, 16 * 1024 * 1024);  // the largest size still read
+    fs::resize_file(song, 16 * 1024 * 1024);      // the largest size still read
     EXPECT_TRUE(M8SongParser::parseSong(song));
     for (const auto& file : {huge, dir / "missing.m8s"}) {
         SCOPED_TRACE(file);

@@ -11,7 +11,9 @@
 namespace tapekeep {
 namespace {
 
-bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
+bool isOpen(int fd) {
+    return ::fcntl(fd, F_GETFD) != -1;
+}
 
 TEST(FileDescriptorTest, OneOwnerClosesOnceAndMovesLeaveNothingBehind) {
     const int raw = ::open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -40,7 +40,8 @@ TEST(FileReadingTest, ReadsWholeFilesAndRefusesWhatTheOptionsExclude) {
     ASSERT_EQ(::mkfifo((temp / "fifo").c_str(), 0600), 0);
 
     EXPECT_EQ(readWholeFile(temp / "link.m8s"), song);
-    const auto bytes = readWholeFileBytes(temp / "song.m8s", {.regularFileOnly = true, .largestSize = song.size()});
+    const auto bytes =
+        readWholeFileBytes(temp / "song.m8s", {.regularFileOnly = true, .largestSize = song.size()});
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), song);
     EXPECT_EQ(bytes.capacity(), song.size()) << "room past the end would hide an overread from a sanitizer";
 
@@ -49,13 +50,12 @@ TEST(FileReadingTest, ReadsWholeFilesAndRefusesWhatTheOptionsExclude) {
         FileReadOptions options;
         int error;
     } refused[] = {
-        {"link.m8s", {.followSymbolicLinks = false}, ELOOP},
-        {"folder", {.regularFileOnly = true}, EISDIR},
+        {"link.m8s", {.followSymbolicLinks = false}, ELOOP},   {"folder", {.regularFileOnly = true}, EISDIR},
         {"fifo", {.regularFileOnly = true}, EINVAL},  // refused without waiting for a writer
-        {"song.m8s", {.largestSize = song.size() - 1}, EFBIG},
-        {"missing", {}, ENOENT},
+        {"song.m8s", {.largestSize = song.size() - 1}, EFBIG}, {"missing", {}, ENOENT},
     };
-    for (const auto& [name, options, error] : refused) EXPECT_EQ(refusal(temp / name, options), error) << name;
+    for (const auto& [name, options, error] : refused)
+        EXPECT_EQ(refusal(temp / name, options), error) << name;
 }
 
 TEST(FileReadingTest, FilesWithoutAReportedSizeAreReadToTheirEnd) {

@@ -38,12 +38,14 @@ std::string pseudoRandomBytes(std::size_t size, unsigned seed) {
 }
 
 void populateCard(const fs::path& root) {
-    writeFile(root / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/Drums/hit 0.wav", "/Samples/Drums/hit 1.wav",
-                                                              "/Samples/lost.wav"}));
+    writeFile(
+        root / "Songs/DEMO.m8s",
+        test::songWithSamples({"/Samples/Drums/hit 0.wav", "/Samples/Drums/hit 1.wav", "/Samples/lost.wav"}));
     writeFile(root / "Songs/Live/SET 2.m8s", pseudoRandomBytes(12000, 2));
     writeFile(root / "Instruments/BASS.m8i", pseudoRandomBytes(400, 3));
     for (int i = 0; i < 6; ++i)
-        writeFile(root / ("Samples/Drums/hit " + std::to_string(i) + ".wav"), pseudoRandomBytes(30000, 10 + i));
+        writeFile(root / ("Samples/Drums/hit " + std::to_string(i) + ".wav"),
+                  pseudoRandomBytes(30000, 10 + i));
     writeFile(root / "Samples/pad.wav", pseudoRandomBytes(200000, 99));
 }
 
@@ -77,7 +79,8 @@ protected:
 
     std::vector<std::string> setEntries() const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(setRoot())) names.push_back(entry.path().filename().string());
+        for (const auto& entry : fs::directory_iterator(setRoot()))
+            names.push_back(entry.path().filename().string());
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -149,22 +152,25 @@ TEST_F(CardBackupTest, ThreeBackupsWithKeepTwoLeaveTwo) {
 TEST_F(CardBackupTest, CardUnmountedBetweenPassesFailsWithTheIdentityMessage) {
     // An rsync that unplugs the card right after the dry run.
     const fs::path wrapper = temp_ / "unplugging-rsync";
-    writeFile(wrapper, "#!/bin/sh\n"
-                       "case \" $* \" in *\" -an \"*) /usr/bin/rsync \"$@\"; status=$?; fusermount -u " +
-                           test::shellQuote(card_->mountPath().string()) +
-                           "; exit $status;; esac\n"
-                           "exec /usr/bin/rsync \"$@\"\n");
+    writeFile(wrapper,
+              "#!/bin/sh\n"
+              "case \" $* \" in *\" -an \"*) /usr/bin/rsync \"$@\"; status=$?; fusermount -u " +
+                  test::shellQuote(card_->mountPath().string()) +
+                  "; exit $status;; esac\n"
+                  "exec /usr/bin/rsync \"$@\"\n");
     fs::permissions(wrapper, fs::perms::owner_all);
     const auto result = cli({"--rsync", wrapper.string(), "backup", "M8CARD"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.lastErrorLine, "Volume identity or mount path changed. Reconnect the card and select it again.");
+    EXPECT_EQ(result.lastErrorLine,
+              "Volume identity or mount path changed. Reconnect the card and select it again.");
     std::vector<std::string> staging;
     for (const auto& name : setEntries())
         if (name.starts_with(".incomplete-")) staging.push_back(name);
     ASSERT_EQ(staging.size(), 1u);
-    EXPECT_EQ(readFile(setRoot() / staging[0] / "failure.txt"),
-              "Incomplete backup. Not a restore source.\nVolume identity or mount path changed. Reconnect the card "
-              "and select it again.\n");
+    EXPECT_EQ(
+        readFile(setRoot() / staging[0] / "failure.txt"),
+        "Incomplete backup. Not a restore source.\nVolume identity or mount path changed. Reconnect the card "
+        "and select it again.\n");
     EXPECT_FALSE(fs::exists(fs::symlink_status(setRoot() / "latest")));
 }
 
@@ -173,15 +179,16 @@ TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
     const fs::path slowRsync = temp_ / "slow-rsync";
     writeFile(slowRsync, "#!/bin/sh\nexec /usr/bin/rsync --bwlimit=200 \"$@\"\n");
     fs::permissions(slowRsync, fs::perms::owner_all);
-    CliProcess process(temp_ / "home", {"--volumes-root", volumes_.string(), "--base", base_.string(), "--rsync",
-                                        slowRsync.string(), "backup", "M8CARD"});
+    CliProcess process(temp_ / "home", {"--volumes-root", volumes_.string(), "--base", base_.string(),
+                                        "--rsync", slowRsync.string(), "backup", "M8CARD"});
     // Wait until the transfer has begun writing into staging.
     bool copying = false;
     for (int i = 0; i < 300 && !copying; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         if (!fs::exists(setRoot())) continue;
         for (const auto& entry : fs::directory_iterator(setRoot()))
-            if (entry.path().filename().string().starts_with(".incomplete-") && fs::exists(entry.path() / "Instruments"))
+            if (entry.path().filename().string().starts_with(".incomplete-") &&
+                fs::exists(entry.path() / "Instruments"))
                 copying = true;
     }
     ASSERT_TRUE(copying) << process.err();
@@ -189,9 +196,9 @@ TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
     EXPECT_EQ(process.wait(), 130) << process.err();
     EXPECT_EQ(process.lastErrorLine(), "Backup was cancelled.");
     EXPECT_TRUE(setEntries().empty() ||
-                std::none_of(setEntries().begin(), setEntries().end(),
-                             [](const std::string& name) { return name.starts_with(".incomplete-") ||
-                                                                  name.starts_with("backup-"); }));
+                std::none_of(setEntries().begin(), setEntries().end(), [](const std::string& name) {
+                    return name.starts_with(".incomplete-") || name.starts_with("backup-");
+                }));
 }
 
 // Rewrites a file on the card as the device saves it: removed, then written anew.
@@ -213,8 +220,9 @@ TEST_F(CardBackupTest, SongsOnlyCopiesTheSongAndExactlyItsSamplesOverTheWholeCar
     EXPECT_EQ(readFile(second / "Samples/Drums/hit 5.wav"), pseudoRandomBytes(30000, 15));
     for (const char* unchanged : {"Samples/pad.wav", "Samples/Drums/hit 5.wav", "Instruments/BASS.m8i"})
         EXPECT_EQ(inode(second / unchanged), inode(first / unchanged)) << unchanged;
-    EXPECT_NE(result.err.find("Skipped 1 sample reference(s) that no longer exist on the card: Samples/lost.wav"),
-              std::string::npos)
+    EXPECT_NE(
+        result.err.find("Skipped 1 sample reference(s) that no longer exist on the card: Samples/lost.wav"),
+        std::string::npos)
         << result.err;
 }
 
@@ -223,9 +231,11 @@ TEST_F(CardBackupTest, VerificationCatchesACardChangedBehindRsyncsBackAndRetries
     const std::string marker = test::shellQuote((temp_ / "changed-once").string());
     const std::string instrument = test::shellQuote((card_->mountPath() / "Instruments/BASS.m8i").string());
     const fs::path wrapper = temp_ / "meddling-rsync";
-    writeFile(wrapper, "#!/bin/sh\n/usr/bin/rsync \"$@\"; status=$?\n"
-                       "case \" $* \" in *\" -avh \"*) if [ ! -e " + marker + " ]; then touch " + marker + "; rm " +
-                           instrument + "; printf changed > " + instrument + "; fi;; esac\nexit $status\n");
+    writeFile(wrapper,
+              "#!/bin/sh\n/usr/bin/rsync \"$@\"; status=$?\n"
+              "case \" $* \" in *\" -avh \"*) if [ ! -e " +
+                  marker + " ]; then touch " + marker + "; rm " + instrument + "; printf changed > " +
+                  instrument + "; fi;; esac\nexit $status\n");
     fs::permissions(wrapper, fs::perms::owner_all);
     const auto result =
         cli({"--json", "--rsync", wrapper.string(), "backup", "M8CARD", "--verify", "--mismatch", "retry"});
@@ -243,11 +253,13 @@ TEST_F(CardBackupTest, RotationGuardKeepsOldVersionsWhenTheCardLostMostFiles) {
     const auto result = cli({"--json", "backup", "M8CARD", "--keep", "1"});
     ASSERT_EQ(result.status, 0) << result.err;
     // fusefat shows the volume label as an empty file at the root, so the card holds one more file.
-    EXPECT_EQ(nlohmann::json::parse(result.out).at("warning"),
-              "Backup saved, but it holds far fewer files than the previous one (4 vs 11). Older backups were kept "
-              "— check the card.");
+    EXPECT_EQ(
+        nlohmann::json::parse(result.out).at("warning"),
+        "Backup saved, but it holds far fewer files than the previous one (4 vs 11). Older backups were kept "
+        "— check the card.");
     const auto names = setEntries();
-    EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& name) { return name.starts_with("backup-"); }),
+    EXPECT_EQ(std::count_if(names.begin(), names.end(),
+                            [](const std::string& name) { return name.starts_with("backup-"); }),
               2);
 }
 

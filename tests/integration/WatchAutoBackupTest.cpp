@@ -36,9 +36,9 @@ protected:
     fs::path home() const { return temp_ / "home"; }
 
     std::unique_ptr<CliProcess> watch() {
-        return std::make_unique<CliProcess>(home(), std::vector<std::string>{"--volumes-root", volumes_.string(),
-                                                                             "--base", base_.string(), "--json",
-                                                                             "watch", "--auto"});
+        return std::make_unique<CliProcess>(
+            home(), std::vector<std::string>{"--volumes-root", volumes_.string(), "--base", base_.string(),
+                                             "--json", "watch", "--auto"});
     }
 
     // The state lines the watcher printed so far.

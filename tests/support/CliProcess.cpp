@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<std::string> environmentFor(const fs::path& home, const std::map<std::string, std::string>& extra) {
+std::vector<std::string> environmentFor(const fs::path& home,
+                                        const std::map<std::string, std::string>& extra) {
     std::map<std::string, std::string> values;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         std::string text = *entry;
@@ -54,8 +55,10 @@ CliProcess::CliProcess(const fs::path& home, std::vector<std::string> arguments,
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
     arguments.insert(arguments.begin(), TAPEKEEP_CLI_PATH);
     auto environment = environmentFor(home, extraEnvironment);
     auto argv = pointers(arguments);
@@ -72,7 +75,9 @@ CliProcess::~CliProcess() {
     }
 }
 
-void CliProcess::signal(int number) const { ::kill(pid_, number); }
+void CliProcess::signal(int number) const {
+    ::kill(pid_, number);
+}
 
 int CliProcess::wait() {
     if (status_ >= 0) return status_;
@@ -84,8 +89,12 @@ int CliProcess::wait() {
     return status_;
 }
 
-std::string CliProcess::out() const { return readFile(outFile_); }
-std::string CliProcess::err() const { return readFile(errFile_); }
+std::string CliProcess::out() const {
+    return readFile(outFile_);
+}
+std::string CliProcess::err() const {
+    return readFile(errFile_);
+}
 
 std::string CliProcess::lastErrorLine() const {
     std::string text = err();

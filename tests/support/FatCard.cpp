@@ -24,7 +24,8 @@ int runShell(const std::string& command, std::string* output) {
     if (pipe == nullptr) return -1;
     std::array<char, 4096> buffer{};
     std::string text;
-    while (std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe)) text.append(buffer.data(), count);
+    while (std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe))
+        text.append(buffer.data(), count);
     int status = ::pclose(pipe);
     if (output != nullptr) *output = text;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -39,7 +40,9 @@ std::string trimmedOutput(const std::string& command) {
     return output;
 }
 
-bool haveCommand(const std::string& name) { return runShell("command -v " + name + " >/dev/null") == 0; }
+bool haveCommand(const std::string& name) {
+    return runShell("command -v " + name + " >/dev/null") == 0;
+}
 
 bool isMountPoint(const std::filesystem::path& path) {
     const MountTable table = MountTable::readLive();

@@ -14,8 +14,8 @@ public:
     // Why such a card cannot be made on this machine, or nothing when it can.
     static std::optional<std::string> unavailableReason();
 
-    FatCard(const std::filesystem::path& image, const std::filesystem::path& volumesRoot, const std::string& label,
-            int sizeMiB = 64);
+    FatCard(const std::filesystem::path& image, const std::filesystem::path& volumesRoot,
+            const std::string& label, int sizeMiB = 64);
     ~FatCard();
     FatCard(const FatCard&) = delete;
     FatCard& operator=(const FatCard&) = delete;

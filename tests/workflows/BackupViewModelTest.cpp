@@ -18,7 +18,9 @@
 namespace tapekeep {
 
 // Found by argument-dependent lookup, so that failures print the card.
-void PrintTo(const SDCard& card, std::ostream* out) { *out << card.volumeName << " " << card.diskUtilUUID; }
+void PrintTo(const SDCard& card, std::ostream* out) {
+    *out << card.volumeName << " " << card.diskUtilUUID;
+}
 
 namespace {
 namespace fs = std::filesystem;
@@ -45,7 +47,9 @@ bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit 
 }
 
 // Runs the event loop for a while, for results that must not arrive.
-void settle(std::chrono::milliseconds time) { waitFor([] { return false; }, time); }
+void settle(std::chrono::milliseconds time) {
+    waitFor([] { return false; }, time);
+}
 
 struct RecordingFeedback : CompletionFeedback {
     void notify(const std::string& title, const std::string&) override { titles.push_back(title); }
@@ -158,9 +162,8 @@ protected:
         BackupViewModel::Dependencies result;
         result.makeScanner = [this] { return makeScanner(); };
         result.runRsync = [this](const std::string& path, const std::vector<std::string>& arguments,
-                                 const BackupOperation::LineHandler& onLine, std::stop_token token) {
-            return runRsync(path, arguments, onLine, token);
-        };
+                                 const BackupOperation::LineHandler& onLine,
+                                 std::stop_token token) { return runRsync(path, arguments, onLine, token); };
         result.ejectVolume = [this](const fs::path&, std::stop_token) {
             ++ejectCalls;
             if (ejectFails) throw std::runtime_error("device busy");
@@ -175,10 +178,10 @@ protected:
     AppSettings settings{store, [] { return std::optional<std::string>("/usr/bin/rsync"); }};
     RecordingFeedback feedback;
 
-    std::mutex mutex;  // the providers run on probe threads
-    std::vector<fs::path> volumes;                              // guarded by mutex
-    std::map<fs::path, std::string> uuids;                      // guarded by mutex
-    std::function<std::vector<fs::path>()> listing;             // guarded by mutex; replaces volumes
+    std::mutex mutex;                                // the providers run on probe threads
+    std::vector<fs::path> volumes;                   // guarded by mutex
+    std::map<fs::path, std::string> uuids;           // guarded by mutex
+    std::function<std::vector<fs::path>()> listing;  // guarded by mutex; replaces volumes
     std::atomic<bool> holdTransfer{false}, transferEntered{false}, failTransfer{false}, ejectFails{false};
     std::atomic<int> ejectCalls{0};
 
@@ -221,7 +224,8 @@ TEST_F(BackupViewModelTest, ACardHeldByARestoreIsNotBackedUpAndKeepsItsLog) {
     const SDCard card = scannedCard();
     model.appendOutput(card.diskUtilUUID, "earlier run");
     ASSERT_TRUE(waitFor([&] { return logged(card, "earlier run"); }));
-    const Lease restore = OperationLock::shared().acquire(VolumeUUID{card.diskUtilUUID}, OperationKind::restore);
+    const Lease restore =
+        OperationLock::shared().acquire(VolumeUUID{card.diskUtilUUID}, OperationKind::restore);
     const auto logChanges = countEmissions(&BackupViewModel::cardLogsChanged);
 
     model.startBackup(card);
