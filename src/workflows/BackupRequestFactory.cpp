@@ -13,16 +13,17 @@ fs::path comparable(const fs::path& path) {
     return (error ? path : resolved).lexically_normal();
 }
 
-}  // namespace
-
+// True when a one-shot destination must not link against the usual store.
 bool needsFullCopy(const std::optional<fs::path>& destinationOverride, const fs::path& baseFolder) {
     if (!destinationOverride) return false;
     if (baseFolder.empty()) return true;
     return comparable(*destinationOverride) != comparable(baseFolder);
 }
 
-BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice) {
-    const fs::path baseFolder = settings.backupBaseDirPath().toStdString();
+}  // namespace
+
+BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice,
+                                const fs::path& baseFolder) {
     BackupRequest request;
     request.card = card;
     request.baseURL = choice.destinationOverride.value_or(baseFolder);

@@ -20,12 +20,10 @@ struct BackupChoice {
     bool selective = false;  // the selection is a part of the card
 };
 
-// Builds the request of one run from the settings and the user's choice. A one-shot destination
-// other than the usual base folder forces a full copy, so that it never hard-links into the store.
-BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice);
-
-// True when a one-shot destination must not link against the usual store.
-bool needsFullCopy(const std::optional<std::filesystem::path>& destinationOverride,
-                   const std::filesystem::path& baseFolder);
+// Builds the request of one run from the settings and the user's choice; baseFolder is the usual
+// store (the setting, or a front end's override). A one-shot destination other than it forces a
+// full copy, so that it never hard-links into the store.
+BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice,
+                                const std::filesystem::path& baseFolder);
 
 }  // namespace tapekeep

@@ -100,10 +100,7 @@ BackupRequest BackupViewModel::requestFor(const SDCard& card) const {
         choice.selective = choice.selective || !choice.selectedSongs.empty();
     }
     if (!choice.selective) choice.selectedFolders.clear();
-    BackupRequest request = makeBackupRequest(card, settings_, choice);
-    const fs::path base = baseFolder();
-    request.baseURL = choice.destinationOverride.value_or(base);
-    request.forceFullCopy = needsFullCopy(choice.destinationOverride, base);
+    BackupRequest request = makeBackupRequest(card, settings_, choice, baseFolder());
     if (dependencies_.rsyncPathOverride) request.rsyncPath = *dependencies_.rsyncPathOverride;
     if (dependencies_.adjustRequest) dependencies_.adjustRequest(request);
     return request;
