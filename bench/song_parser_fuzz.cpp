@@ -44,7 +44,7 @@ fs::path defaultFixtures() {
 #ifdef TAPEKEEP_FIXTURES_DIR
     return TAPEKEEP_FIXTURES_DIR;
 #else
-    return fs::path(__FILE__).parent_path() / "../../shared/fixtures/m8";
+    return fs::path(__FILE__).parent_path() / "../tests/data/m8";
 #endif
 }
 
