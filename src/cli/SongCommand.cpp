@@ -52,11 +52,18 @@ int printSong(CliContext& context, const fs::path& file) {
 }
 
 int printInstrument(CliContext& context, const fs::path& file) {
-    const auto samplePath = M8SongParser::parseInstrument(file);
-    if (context.json())
-        context.out() << nlohmann::json{{"samplePath", optionalText(samplePath)}}.dump(2) << '\n';
-    else
-        context.out() << (samplePath ? *samplePath : "(no sample)") << '\n';
+    const auto instrument = M8SongParser::parseInstrumentInfo(file);
+    const char* type = InstrumentInfo::rawValue(instrument.type);
+    if (context.json()) {
+        context.out() << nlohmann::json{{"type", type},
+                                        {"name", instrument.name},
+                                        {"samplePath", optionalText(instrument.samplePath)}}
+                             .dump(2)
+                      << '\n';
+        return 0;
+    }
+    context.out() << "Instrument " << instrument.name << ", " << type << '\n'
+                  << "  " << (instrument.samplePath ? *instrument.samplePath : "(no sample)") << '\n';
     return 0;
 }
 

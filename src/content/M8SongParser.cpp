@@ -125,9 +125,14 @@ std::string latin1ToUtf8(std::string_view bytes) {
     return text;
 }
 
-// Names are UTF-8 or nothing: one bad byte loses the whole name. Not trimmed.
+// Devices pad a name with 0xFF after its end, and 0xFF is never part of UTF-8 text.
+std::string_view upToNameEnd(std::string_view field) {
+    return field.substr(0, field.find_first_of(std::string_view("\0\xFF", 2)));
+}
+
+// Names are UTF-8 or nothing: one bad byte before the name's end loses the whole name. Not trimmed.
 std::string decodeName(std::string_view field) {
-    const auto text = upToFirstZero(field);
+    const auto text = upToNameEnd(field);
     return isValidUtf8(text) ? std::string(text) : std::string();
 }
 
@@ -208,6 +213,10 @@ std::optional<M8SongMetadata> parseSong(const fs::path& file) {
 }
 
 std::optional<std::string> parseInstrument(const fs::path& file) {
+    return parseInstrumentInfo(file).samplePath;
+}
+
+InstrumentInfo parseInstrumentInfo(const fs::path& file) {
     const auto contents = readWholeFile(file);
     if (!contents) throw M8InstrumentError::unreadable(file);
     const std::string_view bytes(contents->data(), contents->size());
@@ -216,11 +225,13 @@ std::optional<std::string> parseInstrument(const fs::path& file) {
     if (bytes.size() < shortestInstrumentWithType) throw M8InstrumentError::unreadable(file);
 
     const InstrumentRecord record{field(bytes, headerSize, bytes.size()), layoutFor(bytes)};
-    if (record.typeByte() != samplerTypeByte) return std::nullopt;
+    InstrumentInfo instrument{makeUuid(), 0, typeFor(*record.typeByte()), record.name(), {}};
+    if (record.typeByte() != samplerTypeByte) return instrument;
     // The path may run to the end of a short file, but it must at least begin inside it.
     if (headerSize + record.layout.samplePathOffset >= bytes.size())
         throw M8InstrumentError::unreadable(file);
-    return record.samplePath();
+    instrument.samplePath = record.samplePath();
+    return instrument;
 }
 
 std::vector<std::string> parseSamplePaths(const fs::path& file) {

@@ -21,6 +21,10 @@ std::optional<M8SongMetadata> parseSong(const std::filesystem::path& file);
 // The instrument's sample path, absent when it uses none. Throws M8InstrumentError.
 std::optional<std::string> parseInstrument(const std::filesystem::path& file);
 
+// The instrument of an .m8i file: its type, name and sample path (index 0). Throws M8InstrumentError
+// as parseInstrument does.
+InstrumentInfo parseInstrumentInfo(const std::filesystem::path& file);
+
 // The song's distinct sample paths, sorted; empty for a bad file (indistinguishable from a song
 // without samples). Never throws.
 std::vector<std::string> parseSamplePaths(const std::filesystem::path& file);

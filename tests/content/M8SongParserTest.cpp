@@ -102,24 +102,32 @@ TEST(M8SongParserTest, ReadsEveryRealSong) {
         for (const auto& instrument : song->instruments) {
             EXPECT_EQ(instrument.samplePath.has_value(), instrument.index == testCase.samplerSlot);
             EXPECT_EQ(instrument.type == Type::sampler, instrument.index == testCase.samplerSlot);
-            // The device pads names with 0xFF, which is not UTF-8, so every name is lost.
-            EXPECT_EQ(instrument.name, "");
         }
     }
-    // The test song holds one instrument of each type.
-    std::vector<std::string> types;
+    // The test song holds one instrument of each type, each named, its name padded with 0xFF.
+    std::vector<std::pair<std::string, std::string>> instruments;
     const auto testSong = M8SongParser::parseSong(fixtures / "TEST-FILE.m8s");  // outlives the loop
     ASSERT_TRUE(testSong);
     for (const auto& instrument : testSong->instruments)
-        types.emplace_back(InstrumentInfo::rawValue(instrument.type));
-    EXPECT_EQ(types, (std::vector<std::string>{"WAVSYNTH", "MACROSYN", "SAMPLER", "FMSYNTH", "HYPERSYNTH",
-                                               "MIDI OUT", "EXTERNAL"}));
+        instruments.emplace_back(InstrumentInfo::rawValue(instrument.type), instrument.name);
+    EXPECT_EQ(instruments, (std::vector<std::pair<std::string, std::string>>{{"WAVSYNTH", "WAV"},
+                                                                            {"MACROSYN", "MAC"},
+                                                                            {"SAMPLER", "SAMP"},
+                                                                            {"FMSYNTH", "FM"},
+                                                                            {"HYPERSYNTH", "HYPER"},
+                                                                            {"MIDI OUT", "MIDI"},
+                                                                            {"EXTERNAL", "EXT_INST"}}));
 }
 
-TEST(M8SongParserTest, RealInstrumentsAreFmSynthsWithoutSample) {
-    for (const char* file : {"FMDUBSTAB_4_0.m8i", "FMDUBSTAB_4_1.m8i", "FMDUBSTABEQ_4_1.m8i"}) {
+TEST(M8SongParserTest, RealInstrumentsAreNamedFmSynthsWithoutSample) {
+    const std::vector<std::pair<const char*, const char*>> files{
+        {"FMDUBSTAB_4_0.m8i", "FMDUBSTAB"}, {"FMDUBSTAB_4_1.m8i", "FMDUBSTAB"}, {"FMDUBSTABEQ_4_1.m8i", "FMDUBSTABEQ"}};
+    for (const auto& [file, name] : files) {
         SCOPED_TRACE(file);
         EXPECT_EQ(M8SongParser::parseInstrument(fixtures / file), std::nullopt);
+        const auto instrument = M8SongParser::parseInstrumentInfo(fixtures / file);
+        EXPECT_EQ(instrument.type, Type::fm);
+        EXPECT_EQ(instrument.name, name);
         EXPECT_EQ(M8SongParser::parseSong(fixtures / file), std::nullopt);
     }
     // Offset 14 of a song holds its folder ("/Songs/"), not the sampler's type byte.
@@ -202,6 +210,9 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
         {"   ", "   ", "   "},
         {"Samples\\x.wav", "Samples\\x.wa", "Samples\\x.wav"},  // 13th byte is past the name field
         {"ABCDEFGHIJKL\xE9", "ABCDEFGHIJKL", "ABCDEFGHIJKL\u00E9"},
+        {"KICK\xFF\xFF\xFF", "KICK", "KICK\u00FF\u00FF\u00FF"},  // the device's padding ends a name
+        {"A\xFF\xE9", "A", "A\u00FF\u00E9"},                     // whatever follows the padding
+        {"\xFFKICK", "", "\u00FFKICK"},
     };
     TempDir dir;
     for (const auto& testCase : cases) {
@@ -216,6 +227,9 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
         EXPECT_EQ(parsed->instruments.at(0).samplePath, testCase.path);
         const auto instrument = instrumentBytes(0x20, 0x04, 2, newerLayout, testCase.stored + '\0');
         EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), testCase.path);
+        std::string namedInstrument = instrument;
+        namedInstrument.replace(15, std::min<std::size_t>(testCase.stored.size(), 12), testCase.stored, 0, 12);
+        EXPECT_EQ(M8SongParser::parseInstrumentInfo(write(dir, namedInstrument, "n.m8i")).name, testCase.name);
     }
 }
 
