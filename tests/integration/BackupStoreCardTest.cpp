@@ -185,6 +185,10 @@ TEST_F(BackupStoreCardTest, SetWhoseCardFileNamesAnotherCardOrIsDamagedIsRefused
         const auto result = cli({"backup", "M8CARD", "--keep", "1"});
         EXPECT_EQ(result.status, 1) << result.err;
         EXPECT_EQ(result.lastErrorLine, refusal);
+        // Nor is the other card's latest version this card's baseline.
+        const auto changes = cli({"changes", "M8CARD"});
+        EXPECT_EQ(changes.status, 1) << changes.out;
+        EXPECT_EQ(changes.lastErrorLine, refusal);
         EXPECT_EQ(treeOf(set), before);
     }
 }
