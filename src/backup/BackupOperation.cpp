@@ -43,6 +43,12 @@ bool pathsOverlap(const fs::path& a, const fs::path& b) {
     return left == right || left.starts_with(right) || right.starts_with(left);
 }
 
+// rsync names a full destination in its own error lines ("rsync: [receiver] write failed on …:
+// No space left on device (28)"); other lines are file names, which may say anything.
+bool reportsFullDisk(const std::string& line) {
+    return line.starts_with("rsync") && line.find("No space left on device") != std::string::npos;
+}
+
 std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
     std::string result;
     for (const auto& part : parts) result += (result.empty() ? "" : separator) + part;
@@ -88,6 +94,7 @@ private:
             log("System rsync: using independent copies to preserve backup contents and timestamps.");
         if (partial_ && request_.selectedFolders.empty() && request_.selectedSongs.empty())
             throw BackupOperationError::message("Nothing selected to back up.");
+        BackupRepository::checkSetBelongsTo(setRoot_, request_.card.diskUtilUUID);
         removeEarlierIncomplete();
     }
 
@@ -292,6 +299,7 @@ private:
 
     fs::path publish() {
         try {
+            repository_.claimSet(setRoot_, request_.card);
             return repository_.publishStaging(staging_, setRoot_, environment_.now(), token_);
         } catch (const LatestLinkFailure& failure) {
             warn("Backup saved, but the \"latest\" link could not be updated: " +
@@ -337,8 +345,14 @@ private:
     void runChecked(const std::vector<std::string>& arguments, const BackupOperation::LineHandler& onLine) {
         throwIfCancelled(token_);
         validate();
-        const int status = runRsync_(request_.rsyncPath, arguments, onLine, token_);
+        bool diskFull = false;
+        const auto watchForFullDisk = [&diskFull, &onLine](const std::string& line) {
+            diskFull = diskFull || reportsFullDisk(line);
+            if (onLine) onLine(line);
+        };
+        const int status = runRsync_(request_.rsyncPath, arguments, watchForFullDisk, token_);
         throwIfCancelled(token_);
+        if (status != 0 && diskFull) throw BackupOperationError::diskFull(status);
         if (status != 0) throw BackupOperationError::transferFailed(status);
     }
 

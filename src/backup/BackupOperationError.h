@@ -10,11 +10,15 @@ namespace tapekeep {
 // Why a backup run failed; the description is what the user reads and what failure.txt holds.
 class BackupOperationError : public Error {
 public:
-    enum class Kind { message, transferFailed, verification };
+    enum class Kind { message, transferFailed, diskFull, verification };
 
     static BackupOperationError message(const std::string& text) { return {Kind::message, text, 0}; }
     static BackupOperationError transferFailed(std::int32_t status) {
         return {Kind::transferFailed, transferFailedText(status), status};
+    }
+    // A transfer that failed because the destination ran out of space (rsync said ENOSPC).
+    static BackupOperationError diskFull(std::int32_t status) {
+        return {Kind::diskFull, "The backup disk is full. The backup was not published.", status};
     }
     static BackupOperationError verification(const std::string& detail) {
         return {Kind::verification, "Backup verification failed: " + detail, 0};

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
@@ -31,6 +32,8 @@ constexpr const char* stagingPrefix = ".incomplete-";
 constexpr const char* deletingPrefix = ".deleting-";
 constexpr const char* latestName = "latest";
 constexpr const char* sizesFileName = ".tapekeep-sizes.json";
+constexpr const char* cardFileName = ".tapekeep-card.json";
+constexpr std::size_t largestCardFile = 64 * 1024;
 constexpr const char* noteFileName = ".tapekeep-note";
 constexpr const char* failureMarkerName = "failure.txt";
 
@@ -64,20 +67,23 @@ std::vector<fs::path> listFolder(const fs::path& folder, bool includeHidden) {
     return entries;
 }
 
-// The date in a version folder's name; absent (the distant past) when it does not parse.
-std::optional<Clock::time_point> dateOfVersionName(std::string name) {
-    const std::string prefix = versionPrefix;
-    for (auto at = name.find(prefix); at != std::string::npos; at = name.find(prefix, at))
-        name.erase(at, prefix.size());
-    return parseFolderTimestamp(name);
+// The date in a version folder's name: "backup-" and one timestamp, exactly as publishing names
+// it. Anything else ("backup-copy", "backup-2025-01-01-120000-KEEP") is absent: not a version.
+std::optional<Clock::time_point> dateOfVersionName(const std::string& name) {
+    if (!name.starts_with(versionPrefix)) return std::nullopt;
+    return parseFolderTimestamp(name.substr(std::string_view(versionPrefix).size()));
 }
 
-// The published versions of a set: its real directories named "backup-…", never a link.
+bool isVersionFolder(const fs::path& path) {
+    return dateOfVersionName(path.filename().string()).has_value() && BackupRepository::isRealDirectory(path);
+}
+
+// The published versions of a set: its real directories named as publishing names them, never a
+// link. Other folders were not made by us and are neither listed nor ever deleted.
 std::vector<fs::path> versionFolders(const fs::path& setRoot) {
     std::vector<fs::path> versions;
     for (auto& entry : listFolder(setRoot, false)) {
-        if (entry.filename().string().starts_with(versionPrefix) && BackupRepository::isRealDirectory(entry))
-            versions.push_back(std::move(entry));
+        if (isVersionFolder(entry)) versions.push_back(std::move(entry));
     }
     return versions;
 }
@@ -114,6 +120,56 @@ void removeTree(const fs::path& path) {
     std::error_code error;
     fs::remove_all(path, error);
     if (error) throw errorFrom(error, path);
+}
+
+// ---- the card a set belongs to ------------------------------------------------------------
+
+// Volume UUIDs are hexadecimal: one written in the other letter case names the same card.
+bool sameUuid(const std::string& a, const std::string& b) {
+    return std::ranges::equal(a, b, [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+    });
+}
+
+// The UUID that the set's card file names; absent when the set has no card file. A file that
+// cannot be read or says no UUID is a refusal: it is never taken as absent, so never replaced.
+std::optional<std::string> ownerOfSet(const fs::path& setRoot) {
+    const fs::path file = setRoot / cardFileName;
+    std::string content;
+    try {
+        content = readWholeFile(
+            file, {.followSymbolicLinks = false, .regularFileOnly = true, .largestSize = largestCardFile});
+    } catch (const PosixError& error) {
+        if (error.code() == ENOENT) return std::nullopt;
+        throw RepositoryError::damagedCardFile(file, errnoText(error.code()));
+    }
+    const auto json = nlohmann::json::parse(content, nullptr, false);
+    if (!json.is_object()) throw RepositoryError::damagedCardFile(file, "not a JSON object");
+    const auto uuid = json.find("uuid");
+    if (uuid == json.end() || !uuid->is_string() || uuid->get<std::string>().empty())
+        throw RepositoryError::damagedCardFile(file, "it names no card UUID");
+    return uuid->get<std::string>();
+}
+
+// True when the set has a card file naming this card; false when it has none.
+bool isOwnedBy(const fs::path& setRoot, const std::string& uuid) {
+    const auto owner = ownerOfSet(setRoot);
+    if (owner && !sameUuid(*owner, uuid)) throw RepositoryError::setOfAnotherCard(*owner);
+    return owner.has_value();
+}
+
+// Written whole under a hidden name, then renamed into place without replacing: a card file that
+// appeared meanwhile (another process) is never overwritten. Throws PosixError, EEXIST then.
+void writeCardFile(const fs::path& setRoot, const SDCard& card) {
+    const nlohmann::json content = {{"uuid", card.diskUtilUUID}, {"volumeName", card.volumeName}};
+    const fs::path written = setRoot / ("." + std::string(cardFileName) + ".new-" + makeUuid());
+    writeFileAtomically(written, content.dump());
+    try {
+        renameNoReplace(written, setRoot / cardFileName);
+    } catch (...) {
+        ::unlink(written.c_str());
+        throw;
+    }
 }
 
 // ---- the serial mutex per base folder -----------------------------------------------------
@@ -282,6 +338,21 @@ std::vector<BackupVersion> BackupRepository::listVersions(const fs::path& setRoo
     return versions;
 }
 
+void BackupRepository::checkSetBelongsTo(const fs::path& setRoot, const std::string& uuid) {
+    isOwnedBy(setRoot, uuid);
+}
+
+void BackupRepository::claimSet(const fs::path& setRoot, const SDCard& card) {
+    std::lock_guard lock(*serial_);
+    if (isOwnedBy(setRoot, card.diskUtilUUID)) return;
+    try {
+        writeCardFile(setRoot, card);
+    } catch (const PosixError& error) {
+        // Another process claimed the set first: its card file decides.
+        if (error.code() != EEXIST || !isOwnedBy(setRoot, card.diskUtilUUID)) throw;
+    }
+}
+
 std::optional<int> BackupRepository::versionCount(const fs::path& setRoot) const {
     try {
         return static_cast<int>(versionFolders(setRoot).size());
@@ -436,7 +507,7 @@ std::optional<fs::path> BackupRepository::resolvePreviousVersion(const fs::path&
     if (error) return std::nullopt;
     const fs::path resolvedSet = standardized(fs::weakly_canonical(setRoot, error));
     if (error || resolved.parent_path() != resolvedSet) return std::nullopt;
-    if (!resolved.filename().string().starts_with(versionPrefix) || !fs::is_directory(resolved, error))
+    if (!dateOfVersionName(resolved.filename().string()) || !fs::is_directory(resolved, error))
         return std::nullopt;
     return resolved;
 }

@@ -14,6 +14,7 @@
 #include "core/BackupSet.h"
 #include "core/BackupVersion.h"
 #include "core/NotificationCenter.h"
+#include "core/SDCard.h"
 #include "core/Timestamp.h"
 
 namespace tapekeep {
@@ -25,8 +26,10 @@ namespace tapekeep {
 //   <base>/<set>/.deleting-<UUID>/             a version on its way out
 //   <base>/<set>/.latest-<UUID>                the next `latest`, just before its rename
 //   <base>/<set>/.tapekeep-sizes.json          sizes cache; <version>/.tapekeep-note the user's note
+//   <base>/<set>/.tapekeep-card.json           the card the set belongs to: {"uuid", "volumeName"}
 // A reader never sees a half-written version or a missing `latest`: versions appear and leave by
-// rename, and `latest` is replaced by renaming a new link over it.
+// rename, and `latest` is replaced by renaming a new link over it. Only folders named exactly as
+// publishing names them are versions; nothing else in a set is ever listed, rotated or deleted.
 //
 // A serial service: every mutating operation holds one mutex for its whole run, shared by all
 // instances for the same base folder in this process, so callers on any thread wait for each
@@ -45,6 +48,16 @@ public:
     [[nodiscard]] std::vector<BackupVersion> listVersions(const std::filesystem::path& setRoot) const;
     // How many versions the set holds; absent when its folder is missing or unreadable.
     [[nodiscard]] std::optional<int> versionCount(const std::filesystem::path& setRoot) const;
+
+    // Refuses, with RepositoryError, a set whose card file names another card or cannot be read
+    // ("This backup set belongs to another card ({uuid})."). A set without one, or without a
+    // folder yet, passes. Writes nothing.
+    static void checkSetBelongsTo(const std::filesystem::path& setRoot, const std::string& uuid);
+
+    // Gives the set a card file naming this card unless it has one, written atomically and never
+    // over an existing one; refuses as checkSetBelongsTo. Called at publish, so that every set
+    // with a version names its card.
+    void claimSet(const std::filesystem::path& setRoot, const SDCard& card);
 
     // Creates the set folder if needed and a fresh `.incomplete-<UUID>` in it, and returns that.
     std::filesystem::path createStaging(const std::filesystem::path& setRoot);
@@ -76,7 +89,7 @@ public:
         std::chrono::seconds gracePeriod = std::chrono::hours(24));
 
     // The version that `latest` names, resolved, if it is a directory directly inside the set
-    // whose name begins "backup-"; otherwise (missing, dangling, elsewhere) absent.
+    // named as a version ("backup-<timestamp>"); otherwise (missing, dangling, elsewhere) absent.
     static std::optional<std::filesystem::path> resolvePreviousVersion(const std::filesystem::path& setRoot);
 
     // True only for a directory itself; a symbolic link to one is not.

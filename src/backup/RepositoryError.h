@@ -9,11 +9,18 @@
 namespace tapekeep {
 
 // The failures that the backup repository itself decides on: refusals to publish a staging
-// folder (code 22, EINVAL) and a `latest` link that could not be renamed into place (code: the
-// rename's errno). description() is the text the user reads.
+// folder or to write into a set of another card (code 22, EINVAL) and a `latest` link that could
+// not be renamed into place (code: the rename's errno). description() is the text the user reads.
 class RepositoryError : public Error {
 public:
-    enum class Kind { stagingOutsideSet, notAStagingDirectory, stagingNotADirectory, latestRenameFailed };
+    enum class Kind {
+        stagingOutsideSet,
+        notAStagingDirectory,
+        stagingNotADirectory,
+        latestRenameFailed,
+        setOfAnotherCard,
+        damagedCardFile
+    };
 
     static constexpr const char* domain = "BackupRepository";
     static constexpr int refusalCode = 22;
@@ -34,6 +41,16 @@ public:
     }
     static RepositoryError latestRenameFailed(int errnoCode) {
         return {Kind::latestRenameFailed, errnoCode, "Atomic symlink rename failed: " + errnoText(errnoCode)};
+    }
+
+    static RepositoryError setOfAnotherCard(const std::string& ownerUuid) {
+        return {Kind::setOfAnotherCard, refusalCode,
+                "This backup set belongs to another card (" + ownerUuid + ")."};
+    }
+    static RepositoryError damagedCardFile(const std::filesystem::path& file, const std::string& reason) {
+        return {Kind::damagedCardFile, refusalCode,
+                "The card file of this backup set is damaged: " + file.string() + ": " + reason +
+                    ". Fix or remove it."};
     }
 
     [[nodiscard]] Kind kind() const { return kind_; }

@@ -218,6 +218,8 @@ void BackupViewModel::loadRepositoryFacts(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
     tasks_.start([this, setRoot, uuid, poster = poster_](std::stop_token token) {
         try {
+            // Another card's set is not this card's history, and its sizes cache is not ours to write.
+            BackupRepository::checkSetBelongsTo(setRoot, uuid);
             const auto versions = BackupRepository(setRoot.parent_path()).listVersions(setRoot);
             auto sizes = BackupRepository::loadSizes(setRoot);
             std::int64_t total = 0;

@@ -12,6 +12,7 @@ CardComparison CardComparison::compare(const SDCard& card, const std::filesystem
                                        std::stop_token token) {
     if (baseFolder.empty()) return CardComparison{BackupFreshness::noBackup(), {}};
     const auto setRoot = baseFolder / backupSetFolderName(card.volumeName, card.diskUtilUUID);
+    BackupRepository::checkSetBelongsTo(setRoot, card.diskUtilUUID);
     const auto latest = BackupRepository::resolvePreviousVersion(setRoot);
     if (!latest) return CardComparison{BackupFreshness::noBackup(), {}};
     M8ContentScanner scanner;

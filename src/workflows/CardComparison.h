@@ -16,7 +16,7 @@ struct CardComparison {
     std::vector<FileDiff> differences;  // by path; empty without a backup
 
     // Reads both trees; the set folder is "{volumeName}_{id8}" under the base folder. Throws
-    // Cancelled, and an Error when the card cannot be read.
+    // Cancelled, and an Error when the card cannot be read or the set belongs to another card.
     static CardComparison compare(const SDCard& card, const std::filesystem::path& baseFolder,
                                   std::stop_token token);
 };

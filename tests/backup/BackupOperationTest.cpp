@@ -44,7 +44,7 @@ protected:
             environment_);
     }
 
-    fs::path setRoot() const { return base_ / "CARD_AAA-BBBB"; }
+    fs::path setRoot() const { return base_ / "CARD_AAAABBBB"; }
 
     // The text of the error that ends the run, or "" when it succeeds.
     std::string failureOf(
@@ -106,6 +106,8 @@ TEST_F(BackupOperationTest, FirstBackupPublishesAVersionEqualToTheCardAndALatest
     EXPECT_TRUE(outcome.versionURL.filename().string().starts_with("backup-"));
     EXPECT_EQ(readFile(outcome.versionURL / "Samples/kick.wav"), std::string(4096, 'k'));
     EXPECT_EQ(fs::read_symlink(setRoot() / "latest"), outcome.versionURL.filename());
+    EXPECT_EQ(readFile(setRoot() / ".tapekeep-card.json"),
+              R"({"uuid":"76FA-7D45-AAAA-BBBB","volumeName":"CARD"})");
     EXPECT_TRUE(stagingFolders().empty());
     EXPECT_TRUE(logged("Checking disk space…"));
     ASSERT_GE(events_.size(), 3u);
@@ -151,6 +153,81 @@ TEST_F(BackupOperationTest, NonZeroRsyncExitsFailWithTheirOwnWordsAndPublishNoth
     ASSERT_EQ(failures.size(), 2u);
     EXPECT_EQ(failures[0], "Incomplete backup. Not a restore source.\n" + cases[1].text + "\n");
     EXPECT_EQ(failures[1], "Incomplete backup. Not a restore source.\n" + cases[0].text + "\n");
+}
+
+// A runner that lets real rsync do the work, then adds lines and a status of its own to the transfer.
+BackupOperation::RsyncRunner transferSaying(std::vector<std::string> lines, int status) {
+    return [lines, status](const std::string& path, const std::vector<std::string>& arguments,
+                           const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const int real = BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+        const bool dryRun = std::find(arguments.begin(), arguments.end(), "-an") != arguments.end();
+        if (dryRun) return real;
+        for (const auto& line : lines) onLine(line);
+        return status;
+    };
+}
+
+TEST_F(BackupOperationTest, TransferThatRanOutOfSpaceSaysTheDiskIsFull) {
+    const std::string enospc = "rsync: [receiver] write failed on \"" +
+                               (setRoot() / ".incomplete-x/Samples/kick.wav").string() +
+                               "\": No space left on device (28)";
+    const std::string full = "The backup disk is full. The backup was not published.";
+    struct Case {
+        std::vector<std::string> lines;
+        int status;
+        std::string failure;
+    };
+    const std::vector<Case> cases = {
+        {{enospc, "rsync error: error in file IO (code 11) at receiver.c(381) [receiver=3.5.0]"}, 11, full},
+        {{enospc}, 23, full},
+        {{enospc}, 24, full},
+        // A file may be named anything: only rsync's own lines speak of the disk.
+        {{"Samples/No space left on device (28).wav"},
+         23,
+         "Backup transfer failed (rsync exit 23). The backup was not published."},
+        {{enospc}, 0, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.status);
+        EXPECT_EQ(failureOf(transferSaying(c.lines, c.status)), c.failure);
+        EXPECT_EQ(published(), c.failure.empty());
+        if (c.failure.empty()) continue;
+        // The retained staging folder says why, in the same words.
+        std::vector<std::string> failures;
+        for (const auto& staging : stagingFolders())
+            if (fs::exists(staging / "failure.txt")) failures.push_back(readFile(staging / "failure.txt"));
+        EXPECT_NE(std::find(failures.begin(), failures.end(),
+                            "Incomplete backup. Not a restore source.\n" + c.failure + "\n"),
+                  failures.end());
+    }
+}
+
+TEST_F(BackupOperationTest, SetOfAnotherCardOrWithADamagedCardFileIsRefusedBeforeAnythingIsWritten) {
+    const fs::path cardFile = setRoot() / ".tapekeep-card.json";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"uuid":"76FA-7D45-AAAA-CCCC","volumeName":"CARD"})",
+         "This backup set belongs to another card (76FA-7D45-AAAA-CCCC)."},
+        {"{\"uuid\":", "The card file of this backup set is damaged: " + cardFile.string() +
+                           ": not a JSON object. Fix or remove it."},
+    };
+    for (const auto& [content, text] : cases) {
+        fs::remove_all(base_);
+        writeFile(cardFile, content);
+        // Remains that a run would otherwise clear first.
+        writeFile(setRoot() / ".deleting-1/Songs/old.m8s", "x");
+        writeFile(setRoot() / ".incomplete-1/failure.txt", "Incomplete backup. Not a restore source.\nold\n");
+        environment_.now = [] { return Clock::now() + std::chrono::hours(48); };  // both are due
+        std::vector<std::string> before;
+        for (const auto& entry : fs::recursive_directory_iterator(setRoot())) before.push_back(entry.path());
+        std::sort(before.begin(), before.end());
+
+        EXPECT_EQ(failureOf(), text);
+        std::vector<std::string> after;
+        for (const auto& entry : fs::recursive_directory_iterator(setRoot())) after.push_back(entry.path());
+        std::sort(after.begin(), after.end());
+        EXPECT_EQ(after, before);
+        EXPECT_EQ(readFile(cardFile), content);
+    }
 }
 
 TEST_F(BackupOperationTest, DiskSpaceOfEstimatePlusHeadroomIsExactlyEnough) {
@@ -221,7 +298,7 @@ TEST_F(BackupOperationTest, RefusalsBeforeStagingLeaveNothingBehind) {
          [](BackupRequest& r, const TempDir&) { r.baseURL = r.card.mountPath / "backups"; },
          "Source and destination must not overlap."},
         {"card inside the set",
-         [](BackupRequest& r, const TempDir&) { r.card.mountPath = r.baseURL / "CARD_AAA-BBBB"; },
+         [](BackupRequest& r, const TempDir&) { r.card.mountPath = r.baseURL / "CARD_AAAABBBB"; },
          "Source and destination must not overlap."},
         {"unsupported rsync",
          [](BackupRequest& r, const TempDir& temp) {

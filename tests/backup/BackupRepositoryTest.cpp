@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
 #include <future>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "TempDir.h"
@@ -139,8 +141,10 @@ TEST_F(BackupRepositoryTest, ListSetsTakesRealFoldersSortedAndNamesTheirVolumes)
 
 TEST_F(BackupRepositoryTest, ListVersionsNewestFirstWithLatestMarkedAndOnlyRealVersionFolders) {
     EXPECT_FALSE(repository.versionCount(set).has_value());
-    for (const char* stamp : {"2025-01-01-120000", "2025-03-01-120000", "2025-02-01-120000", "garbage"})
+    for (const char* stamp : {"2025-01-01-120000", "2025-03-01-120000", "2025-02-01-120000", "garbage",
+                              "2025-04-01-120000-KEEP", "backup-2025-05-01-120000"})
         makeVersion(stamp);
+    writeFile(set / ".tapekeep-card.json", R"({"uuid":"ABCD-1234","volumeName":"M8"})");
     fs::create_directory_symlink(set / "backup-2025-03-01-120000", set / "backup-2026-01-01-120000");
     writeFile(set / "backup-2027-01-01-120000", "a file, not a folder");
     fs::create_directories(set / ".incomplete-1234");
@@ -149,15 +153,14 @@ TEST_F(BackupRepositoryTest, ListVersionsNewestFirstWithLatestMarkedAndOnlyRealV
     pointLatestAt((set / "backup-2025-02-01-120000/").string());
 
     const auto versions = repository.listVersions(set);
-    EXPECT_EQ(versionNames(), (Names{"backup-2025-03-01-120000", "backup-2025-02-01-120000",
-                                     "backup-2025-01-01-120000", "backup-garbage"}));
-    ASSERT_EQ(versions.size(), 4u);
+    EXPECT_EQ(versionNames(),
+              (Names{"backup-2025-03-01-120000", "backup-2025-02-01-120000", "backup-2025-01-01-120000"}));
+    ASSERT_EQ(versions.size(), 3u);
     EXPECT_EQ(versions[0].date, at("2025-03-01-120000"));
-    EXPECT_FALSE(versions[3].date.has_value());
     EXPECT_EQ(versions[0].url, set / "backup-2025-03-01-120000");
     for (const auto& version : versions)
         EXPECT_EQ(version.isLatest, version.folderName == "backup-2025-02-01-120000");
-    EXPECT_EQ(repository.versionCount(set), 4);
+    EXPECT_EQ(repository.versionCount(set), 3);
 }
 
 // ---- staging and publishing -----------------------------------------------------------------
@@ -325,29 +328,57 @@ TEST_F(BackupRepositoryTest, RepairPointsOnlyADanglingLatestAtTheNewestVersion) 
 
 // ---- rotation -------------------------------------------------------------------------------
 
-TEST_F(BackupRepositoryTest, RotationKeepsTheNewestUnparsableLastAndRepairsLatest) {
+// Folders that publishing did not name, however much they look like versions, and the set's card file.
+const Names foreignFolders = {"backup-copy", "backup-2025-01-01-120000-KEEP",
+                              "backup-backup-2099-01-01-000000", "backup-2025-02-30-120000", "backup-"};
+
+TEST_F(BackupRepositoryTest, RotationRemovesOnlyTheOldestVersionsAndNothingItDidNotName) {
     struct Case {
         int keepCount;
         Names remaining;
         std::string latest;
     };
     const std::string v1 = "backup-2025-01-01-120000", v2 = "backup-2025-02-01-120000",
-                      v3 = "backup-2025-03-01-120000", copy = "backup-copy";
+                      v3 = "backup-2025-03-01-120000";
     const std::vector<Case> cases = {
-        {-1, {v3}, v3}, {1, {v3}, v3}, {2, {v3, v2}, v2}, {3, {v3, v2, v1}, v2}, {9, {v3, v2, v1, copy}, v2}};
+        {-1, {v3}, v3}, {1, {v3}, v3}, {2, {v3, v2}, v2}, {3, {v3, v2, v1}, v2}, {9, {v3, v2, v1}, v2}};
     for (const auto& [keepCount, remaining, latest] : cases) {
         SCOPED_TRACE(keepCount);
         fs::remove_all(set);
-        for (const char* stamp : {"2025-02-01-120000", "copy", "2025-03-01-120000", "2025-01-01-120000"})
+        for (const char* stamp : {"2025-02-01-120000", "2025-03-01-120000", "2025-01-01-120000"})
             makeVersion(stamp);
+        for (const auto& name : foreignFolders) writeFile(set / name / "Songs/a.m8s", name);
+        writeFile(set / ".tapekeep-card.json", R"({"uuid":"ABCD-1234","volumeName":"M8"})");
         pointLatestAt(v2);
         const int before = changeNotifications;
         repository.rotate(set, keepCount, {});
         EXPECT_EQ(versionNames(), remaining);
         EXPECT_EQ(latestText(), latest);
         EXPECT_TRUE(hiddenEntries(".deleting-").empty());
-        EXPECT_EQ(changeNotifications, before + (remaining.size() < 4 ? 1 : 0));
+        EXPECT_EQ(changeNotifications, before + (remaining.size() < 3 ? 1 : 0));
+        for (const auto& name : foreignFolders) EXPECT_EQ(readFile(set / name / "Songs/a.m8s"), name);
+        EXPECT_TRUE(fs::exists(set / ".tapekeep-card.json"));
     }
+}
+
+TEST_F(BackupRepositoryTest, FoldersItDidNotNameNeitherDateAPublishNorBecomeLatest) {
+    makeVersion("2025-01-01-120000");
+    for (const auto& name : foreignFolders) writeFile(set / name / "Songs/a.m8s", name);
+    // Published after the newest version, not after "backup-backup-2099-…".
+    EXPECT_EQ(publish(at("2025-06-01-101500")).filename(), "backup-2025-06-01-101500");
+    // A dangling latest is repaired to the newest version, and with none left it goes.
+    pointLatestAt("backup-2024-01-01-120000");
+    repository.repairLatestLink(set);
+    EXPECT_EQ(latestText(), "backup-2025-06-01-101500");
+    fs::remove_all(set / "backup-2025-01-01-120000");
+    fs::remove_all(set / "backup-2025-06-01-101500");
+    pointLatestAt("backup-2024-01-01-120000");
+    repository.repairLatestLink(set);
+    EXPECT_FALSE(latestExists());
+    // Nor is one the previous version when latest names it.
+    pointLatestAt("backup-copy");
+    EXPECT_FALSE(BackupRepository::resolvePreviousVersion(set).has_value());
+    for (const auto& name : foreignFolders) EXPECT_EQ(readFile(set / name / "Songs/a.m8s"), name);
 }
 
 TEST_F(BackupRepositoryTest, InterruptedRotationLeavesAHiddenDeletingFolderNeverATruncatedVersion) {
@@ -438,6 +469,85 @@ TEST_F(BackupRepositoryTest, InstancesForTheSameBaseFolderWaitForEachOther) {
     EXPECT_TRUE(otherBaseFinished);
     ASSERT_TRUE(waiting.valid());
     EXPECT_TRUE(fs::is_directory(waiting.get()));
+}
+
+// ---- the card a set belongs to -------------------------------------------------------------
+
+TEST_F(BackupRepositoryTest, ClaimWritesTheCardFileOnceAndAnotherCardsSetIsRefused) {
+    const SDCard card{"/media/M8", "M8", "4C3C-645B"}, other{"/media/M8", "M8", "3C3C-645B"};
+    const fs::path file = set / ".tapekeep-card.json";
+    EXPECT_NO_THROW(BackupRepository::checkSetBelongsTo(set, card.diskUtilUUID));  // no set yet
+    fs::create_directories(set);
+    repository.claimSet(set, card);
+    EXPECT_EQ(nlohmann::json::parse(readFile(file)),
+              (nlohmann::json{{"uuid", "4C3C-645B"}, {"volumeName", "M8"}}));
+    const std::string written = readFile(file);
+    EXPECT_NO_THROW(repository.claimSet(set, {"/media/M8", "M8 renamed", "4c3c-645b"}));
+    EXPECT_NO_THROW(BackupRepository::checkSetBelongsTo(set, "4C3C-645B"));
+    for (const auto& attempt : std::vector<std::function<void()>>{
+             [&] { BackupRepository::checkSetBelongsTo(set, other.diskUtilUUID); },
+             [&] { repository.claimSet(set, other); }}) {
+        try {
+            attempt();
+            ADD_FAILURE() << "another card's set was accepted";
+        } catch (const RepositoryError& error) {
+            EXPECT_EQ(error.description(), "This backup set belongs to another card (4C3C-645B).");
+            EXPECT_EQ(error.code(), 22);
+        }
+    }
+    EXPECT_EQ(readFile(file), written);
+    Names hidden = hiddenEntries(".");
+    EXPECT_EQ(hidden, Names{".tapekeep-card.json"});  // no temporary left behind
+}
+
+TEST_F(BackupRepositoryTest, DamagedCardFileIsRefusedNamingItAndNeverReplaced) {
+    const SDCard card{"/media/M8", "M8", "4C3C-645B"};
+    const fs::path file = set / ".tapekeep-card.json";
+    struct Case {
+        std::string name;
+        std::function<void()> arrange;
+        std::string reason;
+    };
+    const std::vector<Case> cases = {
+        {"not JSON", [&] { writeFile(file, "{\"uuid\": \"4C3C"); }, "not a JSON object"},
+        {"a list", [&] { writeFile(file, R"(["4C3C-645B"])"); }, "not a JSON object"},
+        {"no uuid", [&] { writeFile(file, R"({"volumeName":"M8"})"); }, "it names no card UUID"},
+        {"empty uuid", [&] { writeFile(file, R"({"uuid":""})"); }, "it names no card UUID"},
+        {"numeric uuid", [&] { writeFile(file, R"({"uuid":4})"); }, "it names no card UUID"},
+        {"a folder", [&] { fs::create_directories(file); }, errnoText(EISDIR)},
+        {"a link to a good file",
+         [&] {
+             writeFile(temp / "card.json", R"({"uuid":"4C3C-645B"})");
+             fs::create_symlink(temp / "card.json", file);
+         },
+         errnoText(ELOOP)},
+        {"huge", [&] { writeFile(file, R"({"uuid":"4C3C-645B"})" + std::string(70000, ' ')); },
+         errnoText(EFBIG)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove_all(set);
+        fs::create_directories(set);
+        c.arrange();
+        const auto before = fs::symlink_status(file).type();
+        const std::string content = before == fs::file_type::regular ? readFile(file) : "";
+        const std::string text = "The card file of this backup set is damaged: " + file.string() + ": " +
+                                 c.reason + ". Fix or remove it.";
+        for (const auto& attempt : std::vector<std::function<void()>>{
+                 [&] { BackupRepository::checkSetBelongsTo(set, card.diskUtilUUID); },
+                 [&] { repository.claimSet(set, card); }}) {
+            try {
+                attempt();
+                ADD_FAILURE() << "a damaged card file was accepted";
+            } catch (const RepositoryError& error) {
+                EXPECT_EQ(error.description(), text);
+            }
+        }
+        EXPECT_EQ(fs::symlink_status(file).type(), before);
+        if (before == fs::file_type::regular) {
+            EXPECT_EQ(readFile(file), content);
+        }
+    }
 }
 
 // ---- side-car files -------------------------------------------------------------------------

@@ -63,9 +63,11 @@ protected:
         return runCli(temp_ / "home", arguments);
     }
 
+    // A FAT UUID "4C3C-645B" names the set "M8CARD_4C3C645B".
     fs::path setRoot() const {
-        const std::string& uuid = card_->uuid();
-        return base_ / ("M8CARD_" + (uuid.size() > 8 ? uuid.substr(uuid.size() - 8) : uuid));
+        std::string id = card_->uuid();
+        std::erase(id, '-');
+        return base_ / ("M8CARD_" + id);
     }
 
     fs::path backupOk(std::vector<std::string> extra = {}) {
@@ -137,16 +139,22 @@ TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
     EXPECT_EQ(readFile(second / "Songs/DEMO.m8s"), test::songWithSamples({"/Samples/pad.wav"}));
 }
 
-TEST_F(CardBackupTest, ThreeBackupsWithKeepTwoLeaveTwo) {
+TEST_F(CardBackupTest, ThreeBackupsWithKeepTwoLeaveTheTwoNewest) {
+    std::vector<fs::path> published;
     for (int i = 0; i < 3; ++i) {
-        ASSERT_FALSE(backupOk({"--keep", "2"}).empty());
+        published.push_back(backupOk({"--keep", "2"}));
+        ASSERT_FALSE(published.back().empty());
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     }
     const auto result = cli({"--json", "versions", setRoot().filename().string()});
     ASSERT_EQ(result.status, 0) << result.err;
     const auto versions = nlohmann::json::parse(result.out).at("versions");
     ASSERT_EQ(versions.size(), 2u);
+    EXPECT_EQ(versions[0].at("folderName"), published[2].filename().string());
+    EXPECT_EQ(versions[1].at("folderName"), published[1].filename().string());
     EXPECT_TRUE(versions[0].at("isLatest").get<bool>());
+    EXPECT_FALSE(fs::exists(published[0]));
+    EXPECT_TRUE(fs::is_directory(published[1]) && fs::is_directory(published[2]));
 }
 
 TEST_F(CardBackupTest, CardUnmountedBetweenPassesFailsWithTheIdentityMessage) {

@@ -63,10 +63,11 @@ std::optional<std::string> FatCard::unavailableReason() {
 }
 
 FatCard::FatCard(const std::filesystem::path& image, const std::filesystem::path& volumesRoot,
-                 const std::string& label, int sizeMiB)
+                 const std::string& label, int sizeMiB, const std::string& volumeId)
     : image_(image), mountPath_(volumesRoot / label) {
     trimmedOutput("truncate -s " + std::to_string(sizeMiB) + "M " + shellQuote(image_.string()));
-    trimmedOutput("mkfs.vfat -n " + shellQuote(label) + " " + shellQuote(image_.string()));
+    const std::string idOption = volumeId.empty() ? "" : "-i " + shellQuote(volumeId) + " ";
+    trimmedOutput("mkfs.vfat " + idOption + "-n " + shellQuote(label) + " " + shellQuote(image_.string()));
     loopDevice_ = trimmedOutput("losetup -f --show " + shellQuote(image_.string()));
     uuid_ = trimmedOutput("blkid -o value -s UUID " + shellQuote(loopDevice_));
     std::filesystem::create_directories(mountPath_);

@@ -14,8 +14,10 @@ public:
     // Why such a card cannot be made on this machine, or nothing when it can.
     static std::optional<std::string> unavailableReason();
 
+    // volumeId: the FAT serial as 8 hex digits ("4C3C645B", read back as UUID "4C3C-645B");
+    // empty lets mkfs.vfat choose one.
     FatCard(const std::filesystem::path& image, const std::filesystem::path& volumesRoot,
-            const std::string& label, int sizeMiB = 64);
+            const std::string& label, int sizeMiB = 64, const std::string& volumeId = {});
     ~FatCard();
     FatCard(const FatCard&) = delete;
     FatCard& operator=(const FatCard&) = delete;
