@@ -68,6 +68,7 @@ public:
           runRsync_(runRsync),
           validateVolume_(validateVolume),
           token_(std::move(token)),
+          selection_(request),
           environment_(environment),
           repository_(request.baseURL),
           setRoot_(request.baseURL /
@@ -95,6 +96,7 @@ private:
         if (partial_ && request_.selectedFolders.empty() && request_.selectedSongs.empty())
             throw BackupOperationError::message("Nothing selected to back up.");
         BackupRepository::checkSetBelongsTo(setRoot_, request_.card.diskUtilUUID);
+        if (request_.selective) selection_ = SelectiveBackup::selectionOnCard(request_);
         removeEarlierIncomplete();
     }
 
@@ -199,6 +201,7 @@ private:
 
     void transfer() {
         for (const auto& arguments : transferPlan()) runChecked(arguments, log_);
+        if (partial_) SelectiveBackup::requireSelectionIn(staging_, selection_);
         report(TransferEvent::transferFinished());
         validate();
     }
@@ -216,18 +219,20 @@ private:
         log("Creating base snapshot from previous backup…");
         runChecked(RsyncCommands::baseSnapshotArguments(*linkBase_, staging_, rsyncClass_.hasFullFeatures()),
                    log_);
-        const SelectionResult selection = SelectiveBackup::resolveSelectedFiles(request_);
+        const SelectionResult selection = SelectiveBackup::resolveSelectedFiles(selection_);
         if (!selection.missing.empty()) log(SelectiveBackup::missingSamplesMessage(selection.missing));
+        if (!selection.throughLinks.empty())
+            log(SelectiveBackup::linkedSamplesMessage(selection.throughLinks));
         if (!selection.files.empty()) {
             for (const auto& file : selection.files) SelectiveBackup::validateRelativePath(file);
             fileList_ = SelectiveBackup::writeFileList(selection.files);
         }
         std::vector<std::vector<std::string>> plan;
         const fs::path& card = request_.card.mountPath;
-        for (const auto& folder : request_.selectedFolders)
+        for (const auto& folder : selection_.selectedFolders)
             SelectiveBackup::prepareSelectionPath(folder, staging_);
-        if (!request_.selectedFolders.empty())
-            plan.push_back(RsyncCommands::folderPassArguments(card, staging_, request_.selectedFolders,
+        if (!selection_.selectedFolders.empty())
+            plan.push_back(RsyncCommands::folderPassArguments(card, staging_, selection_.selectedFolders,
                                                               canShowProgress_, linkDest_));
         if (fileList_) {
             for (const auto& file : selection.files) SelectiveBackup::prepareSelectionPath(file, staging_);
@@ -243,9 +248,9 @@ private:
         std::vector<std::vector<std::string>> lists;
         if (!partial_)
             lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, std::nullopt));
-        if (partial_ && !request_.selectedFolders.empty())
+        if (partial_ && !selection_.selectedFolders.empty())
             lists.push_back(
-                RsyncCommands::verifyArguments(card, staging_, request_.selectedFolders, std::nullopt));
+                RsyncCommands::verifyArguments(card, staging_, selection_.selectedFolders, std::nullopt));
         if (fileList_)
             lists.push_back(RsyncCommands::verifyArguments(card, staging_, std::nullopt, *fileList_));
         log("Verifying selected backup content with checksums…");
@@ -395,6 +400,7 @@ private:
     const BackupOperation::RsyncRunner& runRsync_;
     const BackupOperation::VolumeValidator& validateVolume_;
     std::stop_token token_;
+    BackupRequest selection_;  // the request, its selection spelled as on the card
     const BackupOperation::Environment& environment_;
     BackupRepository repository_;
     const fs::path setRoot_;

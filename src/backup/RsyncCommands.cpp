@@ -1,6 +1,8 @@
 #include "backup/RsyncCommands.h"
 
+#include <algorithm>
 #include <initializer_list>
+#include <set>
 
 namespace tapekeep::RsyncCommands {
 namespace {
@@ -8,6 +10,18 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* itemizedFormat = "--out-format=%i\t%n";
+
+// The "/"-separated names of a card-relative folder, without empty ones.
+std::vector<std::string> componentsOf(const std::string& folder) {
+    std::vector<std::string> components;
+    std::size_t start = 0;
+    while (start < folder.size()) {
+        const std::size_t end = std::min(folder.find('/', start), folder.size());
+        if (end > start) components.push_back(folder.substr(start, end - start));
+        start = end + 1;
+    }
+    return components;
+}
 
 // Appends arguments in the order the lists are written down.
 class ArgumentList {
@@ -30,10 +44,16 @@ public:
         arguments_.insert(arguments_.end(), excludeArguments().begin(), excludeArguments().end());
         return *this;
     }
+    // A nested folder needs each of its parents included, or rsync never descends to it; the
+    // parents' other content still falls under --exclude=*, so it is neither copied nor deleted.
     ArgumentList& folderIncludes(const Folders& folders) {
+        std::set<std::string> included;
         for (const std::string& folder : folders) {
-            const std::string pattern = "/" + escapeIncludePattern(folder) + "/";
-            add("--include=" + pattern);
+            std::string pattern = "/";
+            for (const auto& component : componentsOf(folder)) {
+                pattern += escapeIncludePattern(component) + "/";
+                if (included.insert(pattern).second) add("--include=" + pattern);
+            }
             add("--include=" + pattern + "**");
         }
         return add("--exclude=*");

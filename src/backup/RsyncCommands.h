@@ -42,7 +42,9 @@ Arguments baseSnapshotArguments(const std::filesystem::path& linkBase, const std
                                 bool hardLink);
 
 // Selected whole folders: -avh --checksum --delete [--info=progress2] [--link-dest] E, the
-// includes of each folder, then --exclude=* so that nothing else is copied or deleted.
+// includes of each folder, then --exclude=* so that nothing else is copied or deleted. A folder's
+// includes are "/<parent>/" for each parent not yet included (a nested folder's parents are entered
+// without their other content), then "/<folder>/" and "/<folder>/**".
 Arguments folderPassArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
                               const Folders& folders, bool progress,
                               const std::optional<std::filesystem::path>& linkDest);

@@ -150,8 +150,9 @@ void pushComponentsReversed(std::vector<std::string>& pending, std::string_view 
 // dangles, so that a link cannot hide where it points by pointing at nothing yet. Components that do
 // not exist are kept as they are. Nothing for a link loop. A path below `resolvedPrefix`, itself a
 // result of this function, is walked from there: a version's own location is resolved only once.
+// `followedLinkInside` learns whether a link that lies below `resolvedPrefix` was followed.
 std::optional<std::string> resolvedPath(const std::string& path, const std::string& resolvedPrefix = "/",
-                                        NonLinks* nonLinks = nullptr) {
+                                        NonLinks* nonLinks = nullptr, bool* followedLinkInside = nullptr) {
     std::string resolved;  // "" while at the root
     std::string_view rest = path;
     if (resolvedPrefix != "/" && isInsideByText(path, resolvedPrefix)) {
@@ -177,6 +178,8 @@ std::optional<std::string> resolvedPath(const std::string& path, const std::stri
             continue;
         }
         if (++hops > maximumLinkHops) return std::nullopt;
+        if (followedLinkInside != nullptr && isInsideByText(resolved, resolvedPrefix))
+            *followedLinkInside = true;
         resolved.resize(target->starts_with('/') ? 0 : parentLength);
         pushComponentsReversed(pending, *target);
     }
@@ -221,7 +224,8 @@ std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath,
     std::vector<SampleCandidate> candidates;
     std::vector<std::string> seenKeys;  // lower-cased; at most three
     for (const auto& base : candidateBases(absolute, referencingFile, root)) {
-        const auto url = resolvedPath(lexicallyNormal(base + "/" + path), root, nonLinks);
+        bool throughLink = false;
+        const auto url = resolvedPath(lexicallyNormal(base + "/" + path), root, nonLinks, &throughLink);
         if (!url) continue;
         const auto below = pathBelow(*url, root);
         if (!below) continue;
@@ -229,7 +233,7 @@ std::vector<SampleCandidate> candidatesWithin(const std::string& storedPath,
         std::string seenKey = lowercased(key);
         if (std::find(seenKeys.begin(), seenKeys.end(), seenKey) != seenKeys.end()) continue;
         seenKeys.push_back(std::move(seenKey));
-        candidates.push_back({*url, std::move(key)});
+        candidates.push_back({*url, std::move(key), throughLink});
     }
     if (candidates.empty()) throw BrowseFileError::samplePathEscapesVersion(storedPath);
     return candidates;

@@ -33,7 +33,8 @@ std::string indexKey(std::string_view path);
 
 // The places a stored sample path may mean, most preferred first; never empty. Existence is not
 // tested. Throws BrowseFileError sampleMissing (nothing but blanks) or samplePathEscapesVersion
-// (every place lies outside the version, or the path is only slashes).
+// (every place lies outside the version, or the path is only slashes). Each candidate tells whether
+// it was reached through a symbolic link inside the version.
 std::vector<SampleCandidate> sampleCandidates(const std::string& storedPath,
                                               const std::filesystem::path& referencingFile,
                                               const std::filesystem::path& versionRoot);

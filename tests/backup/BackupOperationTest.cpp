@@ -442,6 +442,78 @@ TEST_F(SelectiveBackupTest, SelectedFolderBehindASymbolicLinkInTheSnapshotFailsB
     EXPECT_FALSE(fs::exists(outside / "Drums/new.wav"));
 }
 
+// Nothing outside the card is ever read into a version: a reference that leaves the card is
+// missing, one that runs through a symbolic link on the card is set aside, and a selected path
+// reached through a link is refused before staging exists.
+TEST_F(SelectiveBackupTest, NothingOutsideTheCardIsReadThroughSymbolicLinks) {
+    const fs::path outside = temp_ / "outside";
+    writeFile(outside / "secret.wav", "from outside the card");
+    writeFile(outside / "song.m8s", test::songWithSamples({"/Samples/kick.wav"}));
+    fs::create_directory_symlink(outside, card_ / "Samples/sys");
+    fs::create_symlink(outside / "secret.wav", card_ / "Samples/leak.wav");
+    writeFile(card_ / "Samples/Real/hit.wav", "reached only through a link");
+    fs::create_directory_symlink("Real", card_ / "Samples/alias");
+    fs::create_symlink(outside / "song.m8s", card_ / "Songs/linked.m8s");
+    writeFile(
+        card_ / "Songs/intro.m8s",
+        test::songWithSamples({"/Samples/sys/secret.wav", "/Samples/leak.wav", "/samples/SYS/secret.wav",
+                               "/Samples/alias/hit.wav", "/Samples/snare.wav"}));
+    writeFile(card_ / "Samples/snare.wav", "snare, re-recorded");
+    request_.selectedSongs = {"Songs/intro.m8s"};
+    request_.verify = true;
+    const auto version = run().versionURL;
+
+    EXPECT_EQ(readFile(version / "Samples/snare.wav"), "snare, re-recorded");
+    for (const auto& entry : fs::recursive_directory_iterator(version)) {
+        EXPECT_FALSE(entry.is_symlink()) << entry.path();
+        if (entry.is_regular_file()) {
+            EXPECT_NE(readFile(entry.path()), "from outside the card") << entry.path();
+        }
+    }
+    EXPECT_FALSE(fs::exists(version / "Samples/Real"));
+    EXPECT_TRUE(
+        logged("Skipped 2 sample reference(s) that no longer exist on the card: Samples/leak.wav, "
+               "Samples/sys/secret.wav"));
+    EXPECT_TRUE(
+        logged("Skipped 2 sample reference(s) that pass through a symbolic link: Samples/alias/hit.wav, "
+               "samples/SYS/secret.wav"));
+
+    struct Refusal {
+        std::vector<std::string> folders, songs;
+        std::string text;
+    };
+    for (const auto& refusal : std::vector<Refusal>{
+             {{"Samples/sys"}, {}, "A selected path traverses a symbolic link: Samples/sys"},
+             {{"Samples/alias"}, {}, "A selected path traverses a symbolic link: Samples/alias"},
+             {{}, {"Songs/linked.m8s"}, "A selected path traverses a symbolic link: Songs/linked.m8s"},
+         }) {
+        request_.selectedFolders = refusal.folders;
+        request_.selectedSongs = refusal.songs;
+        EXPECT_EQ(failureOf(), refusal.text);
+        EXPECT_TRUE(stagingFolders().empty()) << refusal.text;
+    }
+}
+
+// A version is never published without a folder that was selected, whatever rsync did: here an
+// rsync that drops the parent's include, so the filter never reaches the nested folder.
+TEST_F(SelectiveBackupTest, SelectedFolderThatDidNotArriveFailsTheRunAndPublishesNothing) {
+    writeFile(card_ / "Samples/Drums/hit.wav", "hit");
+    environment_.now = [] { return Clock::now() + std::chrono::seconds(5); };
+    const auto versionsBefore = BackupRepository(base_).listVersions(setRoot()).size();
+    auto forgetfulRunner = [](const std::string& path, std::vector<std::string> arguments,
+                              const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        std::erase(arguments, std::string("--include=/Samples/"));
+        return BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+    };
+    request_.selectedFolders = {"Samples/Drums"};
+    EXPECT_EQ(failureOf(forgetfulRunner), "Selected folder is missing from the new backup: Samples/Drums");
+    EXPECT_EQ(BackupRepository(base_).listVersions(setRoot()).size(), versionsBefore);
+    ASSERT_EQ(stagingFolders().size(), 1u);
+    EXPECT_TRUE(fs::exists(stagingFolders()[0] / "failure.txt"));
+
+    EXPECT_EQ(readFile(run().versionURL / "Samples/Drums/hit.wav"), "hit");
+}
+
 // An rsync that damages the copy right after the first transfer pass, as a flaky card reader would.
 BackupOperation::RsyncRunner damagingFirstTransfer(const fs::path& victim, int& transfers) {
     return [&transfers, victim](const std::string& path, const std::vector<std::string>& arguments,
@@ -479,6 +551,60 @@ TEST_F(BackupOperationTest, VerificationRetriesOnceUnderRetryAndKeepsTheDiagnosi
     EXPECT_EQ(transfers, 1);
     ASSERT_EQ(stagingFolders().size(), 1u);
     EXPECT_TRUE(fs::exists(stagingFolders()[0] / "failure.txt"));
+}
+
+// An rsync that damages every copy right after its transfer pass, counting the transfers.
+BackupOperation::RsyncRunner damagingEveryTransfer(const fs::path& victim, int& transfers) {
+    return [&transfers, victim](const std::string& path, const std::vector<std::string>& arguments,
+                                const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const int status = BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+        if (arguments.front() == "-avh") {
+            ++transfers;
+            for (const auto& staging : fs::directory_iterator(victim))
+                if (staging.path().filename().string().starts_with(".incomplete-"))
+                    writeFile(staging.path() / "Samples/kick.wav", "damaged");
+        }
+        return status;
+    };
+}
+
+// The checksum pass reads rsync's exit status: a failing pass is no clean pass, even with no
+// itemized line to show for it.
+BackupOperation::RsyncRunner checksumPassExiting(int status, int& transfers) {
+    return [status, &transfers](const std::string& path, const std::vector<std::string>& arguments,
+                                const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        if (arguments.front() == "-anic") return status;
+        if (arguments.front() == "-avh") ++transfers;
+        return BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
+    };
+}
+
+TEST_F(BackupOperationTest, VerificationThatKeepsFailingEndsTheRunAfterAtMostOneRetry) {
+    struct Case {
+        std::string name, mismatchAction;
+        std::function<BackupOperation::RsyncRunner(int&)> runner;
+        int transfers;
+        std::string text;
+    };
+    const fs::path set = setRoot();
+    const std::vector<Case> cases = {
+        {"every copy damaged, retry", "retry", [&set](int& n) { return damagingEveryTransfer(set, n); }, 2,
+         "Backup verification failed: Backup verification failed: 1 file or folder difference(s)"},
+        {"checksum pass exits 23, retry", "retry", [](int& n) { return checksumPassExiting(23, n); }, 2,
+         "Backup verification failed: Backup verification failed: rsync exit 23"},
+        {"checksum pass exits 23, flag", "flag", [](int& n) { return checksumPassExiting(23, n); }, 1,
+         "Backup verification failed: Backup verification failed: rsync exit 23"},
+    };
+    request_.verify = true;
+    for (const auto& c : cases) {
+        request_.mismatchAction = c.mismatchAction;
+        int transfers = 0;
+        EXPECT_EQ(failureOf(c.runner(transfers)), c.text) << c.name;
+        EXPECT_EQ(transfers, c.transfers) << c.name;
+        EXPECT_FALSE(published()) << c.name;
+        EXPECT_EQ(logged("Retrying backup and verification once…"), c.transfers == 2) << c.name;
+        log_.clear();
+    }
 }
 
 TEST(SelectiveBackupPathsTest, RelativePathsMustStayInsideTheCard) {

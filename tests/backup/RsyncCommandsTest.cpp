@@ -65,6 +65,23 @@ TEST(RsyncCommandsTest, EachListHoldsItsFlagsInOrder) {
          join({{"-avh", "--checksum", "--delete", "--info=progress2", link}, E, bracketed, paths})},
         {"folder pass", folderPassArguments(card, staging, {"Songs", "Sam[ples"}, false, std::nullopt),
          join({{"-avh", "--checksum", "--delete"}, E, bracketed, paths})},
+        {"folder pass, nested",
+         folderPassArguments(card, staging, {"Samples/Drums", "Samples/Sam[ples/x", "Songs"}, false,
+                             std::nullopt),
+         join({{"-avh", "--checksum", "--delete"},
+               E,
+               {"--include=/Samples/", "--include=/Samples/Drums/", "--include=/Samples/Drums/**",
+                "--include=/Samples/Sam\\[ples/", "--include=/Samples/Sam\\[ples/x/",
+                "--include=/Samples/Sam\\[ples/x/**", "--include=/Songs/", "--include=/Songs/**",
+                "--exclude=*"},
+               paths})},
+        {"verify nested", verifyArguments(card, staging, Folders{"Songs/Live"}, std::nullopt),
+         join({{"-anic"},
+               itemized,
+               {"--delete"},
+               E,
+               {"--include=/Songs/", "--include=/Songs/Live/", "--include=/Songs/Live/**", "--exclude=*"},
+               paths})},
         {"file list, linked", fileListPassArguments(card, staging, listFile, true, previous),
          join({{"-avh", "--checksum", "--info=progress2", link}, E, fromList, paths})},
         {"file list", fileListPassArguments(card, staging, listFile, false, std::nullopt),
@@ -148,6 +165,21 @@ TEST_F(RsyncCommandsWithRsyncTest, FullBackupCopiesContentsAndSkipsExcludedNames
     EXPECT_FALSE(fs::exists(destination / "card"));
     for (const char* name : {".DS_Store", "._song.m8s", ".tapekeep-note", ".tapekeep-sizes.json", ".Trashes"})
         EXPECT_FALSE(fs::exists(destination / name)) << name;
+}
+
+TEST_F(RsyncCommandsWithRsyncTest, NestedFolderPassEntersItsParentsForItAlone) {
+    test::writeFile(source / "Samples/Drums/new.wav", "new");
+    test::writeFile(source / "Samples/pad.wav", "changed on card");
+    test::writeFile(source / "Samples/Keys/a.wav", "not selected");
+    test::writeFile(destination / "Samples/Drums/gone.wav", "left the card");
+    test::writeFile(destination / "Samples/pad.wav", "snapshot");
+    test::writeFile(destination / "Samples/old.wav", "only in snapshot");
+    run(folderPassArguments(source, destination, {"Samples/Drums"}, false, std::nullopt));
+    EXPECT_EQ(test::readFile(destination / "Samples/Drums/new.wav"), "new");
+    EXPECT_FALSE(fs::exists(destination / "Samples/Drums/gone.wav"));
+    EXPECT_EQ(test::readFile(destination / "Samples/pad.wav"), "snapshot");
+    EXPECT_TRUE(fs::exists(destination / "Samples/old.wav"));
+    EXPECT_FALSE(fs::exists(destination / "Samples/Keys"));
 }
 
 TEST_F(RsyncCommandsWithRsyncTest, SelectivePassesTouchOnlyTheSelectedFolderOrFiles) {

@@ -87,6 +87,13 @@ TEST_F(SampleVersionTest, CandidatesComeInOrderOfPreferenceAndStayInside) {
         for (const auto& candidate : candidates)
             EXPECT_EQ(candidate.url, candidate.key == "/" ? version : version / candidate.key.substr(1));
     }
+    // A link inside the version on the way is told; the link that leads to the version is not.
+    const auto linked = sampleCandidates("samples/a.wav", temp / "latest/Songs/Live/x.m8s", temp / "latest");
+    ASSERT_EQ(linked.size(), 2u);
+    EXPECT_TRUE(linked[0].throughSymbolicLink);
+    EXPECT_FALSE(linked[1].throughSymbolicLink);
+    EXPECT_FALSE(sampleCandidates("Samples/a.wav", temp / "latest/Songs/a.m8s", temp / "latest")[0]
+                     .throughSymbolicLink);
 }
 
 TEST_F(SampleVersionTest, PathsThatLeaveTheVersionAreRefused) {
