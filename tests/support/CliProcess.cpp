@@ -31,6 +31,7 @@ std::vector<std::string> environmentFor(const fs::path& home,
     values["XDG_CONFIG_HOME"] = (home / "config").string();
     values["XDG_STATE_HOME"] = (home / "state").string();
     values["XDG_DATA_HOME"] = (home / "data").string();
+    values["XDG_RUNTIME_DIR"] = (home / "run").string();
     for (const auto& [name, value] : extra) values[name] = value;
     std::vector<std::string> result;
     for (const auto& [name, value] : values) result.push_back(name + "=" + value);
@@ -48,7 +49,8 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 CliProcess::CliProcess(const fs::path& home, std::vector<std::string> arguments,
                        std::map<std::string, std::string> extraEnvironment) {
-    fs::create_directories(home);
+    fs::create_directories(home / "run");
+    fs::permissions(home / "run", fs::perms::owner_all);
     const std::string id = makeUuid();
     outFile_ = home / ("cli-" + id + ".out");
     errFile_ = home / ("cli-" + id + ".err");
@@ -73,6 +75,10 @@ CliProcess::~CliProcess() {
         ::kill(pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
     }
+}
+
+pid_t CliProcess::pid() const {
+    return pid_;
 }
 
 void CliProcess::signal(int number) const {
