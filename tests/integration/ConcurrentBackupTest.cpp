@@ -42,14 +42,23 @@ protected:
         return command;
     }
 
-    // Everything in the store, with the target of each link, so that any change shows.
+    // What a reader of the store sees: each set's entries, the target of each link, and every file in
+    // every version. A staging folder's content is left out: the held run's rsync may still be writing
+    // it. So is the sizes cache, which either process may write while it lists the versions.
     std::vector<std::string> store() const {
         std::vector<std::string> items;
         if (!fs::exists(base_)) return items;
-        for (const auto& entry : fs::recursive_directory_iterator(base_)) {
-            std::string item = fs::relative(entry.path(), base_).string();
-            if (entry.is_symlink()) item += " -> " + fs::read_symlink(entry.path()).string();
-            items.push_back(item);
+        for (const auto& set : fs::directory_iterator(base_)) {
+            for (const auto& entry : fs::directory_iterator(set)) {
+                const std::string name = entry.path().filename().string();
+                if (name == ".tapekeep-sizes.json") continue;
+                std::string item = entry.path().lexically_relative(base_).string();
+                if (entry.is_symlink()) item += " -> " + fs::read_symlink(entry.path()).string();
+                items.push_back(item);
+                if (!name.starts_with("backup-") || entry.is_symlink()) continue;
+                for (const auto& file : fs::recursive_directory_iterator(entry.path()))
+                    items.push_back(file.path().lexically_relative(base_).string());
+            }
         }
         std::sort(items.begin(), items.end());
         return items;
@@ -82,7 +91,9 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
         const fs::path marker = temp_ / ("held-" + std::to_string(round));
         CliProcess first(temp_ / "home", arguments({"backup", "M8CARD", "--keep", "2"}),
                          {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
-        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker); })) << first.err();
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || first.hasExited(); }) &&
+                    fs::exists(marker))
+            << first.err();
 
         const auto before = store();
         std::map<std::string, std::string> environment;
@@ -160,7 +171,9 @@ TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
     }
     {  // a backup command holds the card when the watcher sees it arrive
         CliProcess command(temp_ / "home", arguments({"backup", "M8CARD"}), holdAt("renamed"));
-        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker); })) << command.err();
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || command.hasExited(); }) &&
+                    fs::exists(marker))
+            << command.err();
         auto watcher = watchUntilItHasLooked({});
         EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "M8CARD", "failed", refusal); }))
             << watcher->out() << watcher->err();

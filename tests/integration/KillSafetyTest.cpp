@@ -48,11 +48,12 @@ protected:
         fs::permissions(slowRsync_, fs::perms::owner_all);
     }
 
-    std::vector<std::string> backupArguments(std::vector<std::string> extra = {}) const {
-        std::vector<std::string> arguments = {"--volumes-root", volumes_.string(), "--base",
-                                              base_.string(),   "--json",          "backup",
-                                              "M8CARD",         "--keep",          "1"};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
+    // `options` go before the command, as --rsync does.
+    std::vector<std::string> backupArguments(const std::vector<std::string>& options = {}) const {
+        std::vector<std::string> arguments = {"--volumes-root", volumes_.string(), "--base", base_.string(),
+                                              "--json"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        arguments.insert(arguments.end(), {"backup", "M8CARD", "--keep", "1"});
         return arguments;
     }
 
@@ -123,11 +124,13 @@ TEST_F(KillSafetyTest, AKillAtAnyStepLeavesOnlyWholeVersionsAndTheNextRunClearsU
         CliProcess doomed(
             home(), backupArguments(extra),
             {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
-        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker); })) << doomed.err();
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || doomed.hasExited(); }) &&
+                    fs::exists(marker))
+            << doomed.err();
         doomed.signal(SIGKILL);
         EXPECT_EQ(doomed.wait(), 128 + SIGKILL);
         EXPECT_TRUE(test::waitUntil([&] {
-            return test::liveProcessesMentioning("rsync", temp_.string()).empty();
+            return test::liveProcessesMentioning("rsync", temp_.path().string()).empty();
         })) << "rsync outlived the killed run";
         expectOnlyWholeVersions(std::string("after the kill at ") + step);
 
@@ -165,13 +168,15 @@ TEST_F(KillSafetyTest, NoRsyncOutlivesAKilledRunAndItsStagingGoesNextTime) {
                   "\nexec /usr/bin/rsync --bwlimit=20 \"$@\" >/dev/null 2>&1\n");
     fs::permissions(reportingRsync, fs::perms::owner_all);
     CliProcess doomed(home(), backupArguments({"--rsync", reportingRsync.string()}));
-    ASSERT_TRUE(test::waitUntil([&] { return fs::exists(pidFile); })) << doomed.err();
+    ASSERT_TRUE(test::waitUntil([&] { return fs::exists(pidFile) || doomed.hasExited(); }) &&
+                fs::exists(pidFile))
+        << doomed.err();
     const pid_t rsync = std::stoi(test::readFile(pidFile));
     ASSERT_TRUE(test::isLive(rsync));
     doomed.signal(SIGKILL);
     EXPECT_EQ(doomed.wait(), 128 + SIGKILL);
     EXPECT_TRUE(
-        test::waitUntil([&] { return test::liveProcessesMentioning("rsync", temp_.string()).empty(); },
+        test::waitUntil([&] { return test::liveProcessesMentioning("rsync", temp_.path().string()).empty(); },
                         std::chrono::seconds(60)))
         << "rsync outlived the killed run";
     ASSERT_EQ(entries(".incomplete-").size(), 1u);
@@ -181,7 +186,7 @@ TEST_F(KillSafetyTest, NoRsyncOutlivesAKilledRunAndItsStagingGoesNextTime) {
     EXPECT_NE(next.err.find("Removed 1 incomplete backup(s) left by earlier failed runs."), std::string::npos)
         << next.err;
     EXPECT_TRUE(entries(".incomplete-").empty());
-    for (const auto pid : test::liveProcessesMentioning("rsync", temp_.string())) ::kill(pid, SIGKILL);
+    for (const auto pid : test::liveProcessesMentioning("rsync", temp_.path().string())) ::kill(pid, SIGKILL);
 }
 
 }  // namespace

@@ -95,6 +95,14 @@ int CliProcess::wait() {
     return status_;
 }
 
+bool CliProcess::hasExited() {
+    if (status_ >= 0) return true;
+    int raw = 0;
+    if (::waitpid(pid_, &raw, WNOHANG) != pid_) return false;
+    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return true;
+}
+
 std::string CliProcess::out() const {
     return readFile(outFile_);
 }

@@ -21,7 +21,8 @@ public:
 
     [[nodiscard]] pid_t pid() const;
     void signal(int number) const;
-    int wait();  // the exit code, or 128 + signal
+    int wait();        // the exit code, or 128 + signal
+    bool hasExited();  // reaps it when it has, without waiting
 
     [[nodiscard]] std::string out() const;
     [[nodiscard]] std::string err() const;
