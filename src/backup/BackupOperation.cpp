@@ -5,6 +5,7 @@
 
 #include "backup/BackupOperationError.h"
 #include "backup/BackupRepository.h"
+#include "backup/BackupSetLock.h"
 #include "backup/LatestLinkFailure.h"
 #include "backup/RotationGuard.h"
 #include "backup/RsyncCommands.h"
@@ -16,6 +17,9 @@
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
 #include "core/Formatting.h"
+#include "core/Log.h"
+#include "core/PosixError.h"
+#include "core/TestPause.h"
 #include "core/Utf8.h"
 #include "platform/FileTimes.h"
 #include "platform/FreeSpace.h"
@@ -24,6 +28,8 @@ namespace tapekeep {
 namespace fs = std::filesystem;
 
 namespace {
+
+const Log logger("BackupOperation");
 
 fs::path canonicalForComparison(const fs::path& path) {
     std::error_code error;
@@ -90,12 +96,14 @@ private:
         if (pathsOverlap(request_.card.mountPath, setRoot_))
             throw BackupOperationError::message("Source and destination must not overlap.");
         classifyRsync();
+        // Before the lock file, so that another card's set gets nothing written into it.
+        BackupRepository::checkSetBelongsTo(setRoot_, request_.card.diskUtilUUID);
+        holdSet();
         resolveLinkBase();
         if (rsyncClass_.kind() == RsyncVersion::Kind::systemOrOpenrsync && linkBase_)
             log("System rsync: using independent copies to preserve backup contents and timestamps.");
         if (partial_ && request_.selectedFolders.empty() && request_.selectedSongs.empty())
             throw BackupOperationError::message("Nothing selected to back up.");
-        BackupRepository::checkSetBelongsTo(setRoot_, request_.card.diskUtilUUID);
         if (request_.selective) selection_ = SelectiveBackup::selectionOnCard(request_);
         removeEarlierIncomplete();
     }
@@ -108,6 +116,15 @@ private:
         canShowProgress_ = rsyncClass_.hasFullFeatures();
     }
 
+    // Held before `latest` is read, so that no other run publishes or rotates under this one.
+    void holdSet() {
+        try {
+            setLock_.emplace(setRoot_);
+        } catch (const PosixError& error) {
+            logger.error("Backing up without the set's lock: " + error.description());
+        }
+    }
+
     void resolveLinkBase() {
         previous_ = BackupRepository::resolvePreviousVersion(setRoot_);
         if (!request_.forceFullCopy) linkBase_ = previous_;
@@ -117,7 +134,9 @@ private:
 
     void removeEarlierIncomplete() {
         try {
-            const auto removed = repository_.removeIncomplete(setRoot_, environment_.now(), token_);
+            const auto removed = setLock_
+                                     ? repository_.removeIncomplete(*setLock_, environment_.now(), token_)
+                                     : repository_.removeIncomplete(setRoot_, environment_.now(), token_);
             if (!removed.empty())
                 log("Removed " + std::to_string(removed.size()) +
                     " incomplete backup(s) left by earlier failed runs.");
@@ -132,6 +151,7 @@ private:
     // through the failure rule and is then rethrown unchanged.
     fs::path stageAndPublish() {
         staging_ = repository_.createStaging(setRoot_);
+        TestPause::at("staging-created");
         try {
             estimateAndCheckSpace();
             transferAndVerify();
@@ -149,7 +169,10 @@ private:
         log("Checking disk space…");
         std::vector<std::string> lines;
         runChecked(RsyncCommands::estimateArguments(request_.card.mountPath, staging_, linkDest_),
-                   [&lines](const std::string& line) { lines.push_back(line); });
+                   [&lines](const std::string& line) {
+                       lines.push_back(line);
+                       TestPause::at("estimate-pass");
+                   });
         std::optional<std::int64_t> estimatedBytes, estimatedFiles;
         for (const auto& line : lines) {
             if (!estimatedBytes && line.starts_with("Total transferred file size"))
@@ -200,7 +223,11 @@ private:
     }
 
     void transfer() {
-        for (const auto& arguments : transferPlan()) runChecked(arguments, log_);
+        const BackupOperation::LineHandler onLine = [this](const std::string& line) {
+            log(line);
+            TestPause::at("transfer-pass");
+        };
+        for (const auto& arguments : transferPlan()) runChecked(arguments, onLine);
         if (partial_) SelectiveBackup::requireSelectionIn(staging_, selection_);
         report(TransferEvent::transferFinished());
         validate();
@@ -404,6 +431,7 @@ private:
     const BackupOperation::Environment& environment_;
     BackupRepository repository_;
     const fs::path setRoot_;
+    std::optional<BackupSetLock> setLock_;  // from before `latest` is read until the run returns
 
     RsyncVersion rsyncClass_ = RsyncVersion::unsupported({});
     bool canShowProgress_ = false;

@@ -15,6 +15,7 @@
 #include "core/FileReading.h"
 #include "core/Log.h"
 #include "core/PosixError.h"
+#include "core/TestPause.h"
 #include "core/Utf8.h"
 #include "core/Uuid.h"
 #include "platform/FileTimes.h"
@@ -242,6 +243,7 @@ struct StagingCandidate {
 struct Leftovers {
     std::vector<fs::path> deleting;
     std::vector<StagingCandidate> stagings;
+    std::vector<fs::path> nextLatestLinks;  // `.latest-*`, left by a run that died mid-swap
 };
 
 Leftovers findLeftovers(const fs::path& setRoot, const std::stop_token& token) {
@@ -249,6 +251,11 @@ Leftovers findLeftovers(const fs::path& setRoot, const std::stop_token& token) {
     for (auto& entry : listFolder(setRoot, true)) {
         throwIfCancelled(token);
         const std::string name = entry.filename().string();
+        std::error_code unreadable;
+        if (name.starts_with(".latest-") && fs::is_symlink(fs::symlink_status(entry, unreadable))) {
+            leftovers.nextLatestLinks.push_back(std::move(entry));
+            continue;
+        }
         if (!BackupRepository::isRealDirectory(entry)) continue;
         if (name.starts_with(deletingPrefix)) {
             leftovers.deleting.push_back(std::move(entry));
@@ -381,6 +388,7 @@ fs::path BackupRepository::publishStaging(const fs::path& staging, const fs::pat
     fs::path target =
         renameToFreeVersionName(staging, setRoot, firstCandidateDate(setRoot, publishedAt), token);
     logger.info("Published " + target.string());
+    TestPause::at("renamed");
     try {
         updateLatestLinkLocked(setRoot, target);
     } catch (const std::exception&) {
@@ -409,6 +417,7 @@ void BackupRepository::updateLatestLinkLocked(const fs::path& setRoot, const fs:
         ::unlink(temporary.c_str());
         throw PosixError::fromErrno(code, temporary.string());
     }
+    TestPause::at("latest-swap");
     // rename(2) replaces the old link in one step: a reader finds the old `latest` or the new one.
     while (::rename(temporary.c_str(), (setRoot / latestName).c_str()) != 0) {
         if (errno == EINTR) continue;
@@ -459,6 +468,7 @@ void BackupRepository::removeOldestVersions(const fs::path& setRoot, int keepCou
             // removeIncomplete clears, never a truncated `backup-*` that could be restored.
             const fs::path doomed = setRoot / (deletingPrefix + makeUuid());
             renameNoReplace(versions[index], doomed);
+            TestPause::at("rotation");
             removeTree(doomed);
             logger.info("Rotated away " + versions[index].string());
         }
@@ -473,6 +483,19 @@ void BackupRepository::removeOldestVersions(const fs::path& setRoot, int keepCou
 std::vector<fs::path> BackupRepository::removeIncomplete(const fs::path& setRoot, Clock::time_point now,
                                                          std::stop_token token,
                                                          std::chrono::seconds gracePeriod) {
+    // A young staging without failure.txt may belong to a run in another process: left alone.
+    return removeIncompleteIn(setRoot, now, token, gracePeriod, false);
+}
+
+std::vector<fs::path> BackupRepository::removeIncomplete(const BackupSetLock& heldLock, Clock::time_point now,
+                                                         std::stop_token token,
+                                                         std::chrono::seconds gracePeriod) {
+    return removeIncompleteIn(heldLock.setRoot(), now, token, gracePeriod, true);
+}
+
+std::vector<fs::path> BackupRepository::removeIncompleteIn(const fs::path& setRoot, Clock::time_point now,
+                                                           const std::stop_token& token,
+                                                           std::chrono::seconds gracePeriod, bool noLiveRun) {
     std::lock_guard lock(*serial_);
     throwIfCancelled(token);
     std::error_code missing;
@@ -484,15 +507,18 @@ std::vector<fs::path> BackupRepository::removeIncomplete(const fs::path& setRoot
         removeTree(folder);
         removed.push_back(folder);
     }
-    // A young staging without failure.txt may belong to a run in another process: left alone.
     const StagingCandidate* retained = retainedFailure(leftovers.stagings);
     for (const auto& staging : leftovers.stagings) {
         throwIfCancelled(token);
         const bool expired = staging.created && now - *staging.created > gracePeriod;
-        if (expired || (staging.hasFailureMarker && &staging != retained)) {
+        const bool abandoned = noLiveRun && !staging.hasFailureMarker;
+        if (expired || abandoned || (staging.hasFailureMarker && &staging != retained)) {
             removeTree(staging.url);
             removed.push_back(staging.url);
         }
+    }
+    if (noLiveRun) {
+        for (const auto& link : leftovers.nextLatestLinks) ::unlink(link.c_str());  // a few bytes; no report
     }
     return removed;
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "backup/BackupSetLock.h"
 #include "core/BackupSet.h"
 #include "core/BackupVersion.h"
 #include "core/NotificationCenter.h"
@@ -87,6 +88,11 @@ public:
     std::vector<std::filesystem::path> removeIncomplete(
         const std::filesystem::path& setRoot, Clock::time_point now, std::stop_token token,
         std::chrono::seconds gracePeriod = std::chrono::hours(24));
+    // The same for the caller that holds the set's lock: then no run can be staging in the set, so
+    // every `.incomplete-*` without failure.txt is a dead run's and goes at once, whatever its age.
+    std::vector<std::filesystem::path> removeIncomplete(
+        const BackupSetLock& heldLock, Clock::time_point now, std::stop_token token,
+        std::chrono::seconds gracePeriod = std::chrono::hours(24));
 
     // The version that `latest` names, resolved, if it is a directory directly inside the set
     // named as a version ("backup-<timestamp>"); otherwise (missing, dangling, elsewhere) absent.
@@ -115,6 +121,9 @@ private:
     void updateLatestLinkLocked(const std::filesystem::path& setRoot, const std::filesystem::path& version);
     void repairLatestLinkLocked(const std::filesystem::path& setRoot);
     void removeOldestVersions(const std::filesystem::path& setRoot, int keepCount, std::stop_token token);
+    std::vector<std::filesystem::path> removeIncompleteIn(const std::filesystem::path& setRoot,
+                                                          Clock::time_point now, const std::stop_token& token,
+                                                          std::chrono::seconds gracePeriod, bool noLiveRun);
     void postBackupsDidChange();
 
     std::filesystem::path baseURL_;       // constant after construction

@@ -2,7 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -122,66 +123,58 @@ private:
     std::vector<char*> pointers_;
 };
 
-void checkSpawnSetup(int result, const std::string& executable) {
-    if (result != 0) throw PosixError::fromErrno(result, "Could not prepare to start " + executable);
+// Only async-signal-safe calls from here on: the child of a threaded process runs until exec.
+[[noreturn]] void failInChild(int reportFd) {
+    const int code = errno;
+    [[maybe_unused]] const ssize_t written = ::write(reportFd, &code, sizeof code);
+    ::_exit(127);
 }
 
-class SpawnFileActions {
-public:
-    SpawnFileActions() { ::posix_spawn_file_actions_init(&actions_); }
-    ~SpawnFileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-    SpawnFileActions(const SpawnFileActions&) = delete;
-    SpawnFileActions& operator=(const SpawnFileActions&) = delete;
+// Makes `from` the descriptor `to`, open across exec even when it already was `to`.
+bool moveDescriptor(int from, int to) {
+    if (from == to) return ::fcntl(to, F_SETFD, 0) == 0;
+    return retryingInterrupts([&] { return ::dup2(from, to); }) >= 0;
+}
 
-    // Standard input from /dev/null, the two pipes as standard output and error, nothing else.
-    void connect(int outFd, int errFd, const std::string& executable) {
-        checkSpawnSetup(::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0),
-                        executable);
-        checkSpawnSetup(::posix_spawn_file_actions_adddup2(&actions_, outFd, STDOUT_FILENO), executable);
-        checkSpawnSetup(::posix_spawn_file_actions_adddup2(&actions_, errFd, STDERR_FILENO), executable);
-#if defined(__GLIBC__) && defined(__USE_GNU) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
-        // Descriptors that other code opened without O_CLOEXEC must not leak into the child either.
-        checkSpawnSetup(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1), executable);
-#endif
-    }
-    [[nodiscard]] const posix_spawn_file_actions_t* get() const {
-        return &actions_;
-    }
+// Every descriptor from `first` on closes at exec; one call where the kernel has it, else each in turn.
+void markCloseOnExecFrom(int first) {
+    if (::close_range(static_cast<unsigned>(first), ~0U, CLOSE_RANGE_CLOEXEC) == 0) return;
+    rlimit limit{};
+    const rlim_t end =
+        ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY ? limit.rlim_cur : 65536;
+    for (rlim_t fd = static_cast<rlim_t>(first); fd < end; ++fd)
+        ::fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
+}
 
-private:
-    posix_spawn_file_actions_t actions_{};
-};
-
-class SpawnAttributes {
-public:
-    SpawnAttributes() { ::posix_spawnattr_init(&attributes_); }
-    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-
-    // No blocked signals (SIGTERM must reach the child, whatever the calling thread blocks) and
-    // the default action for SIGPIPE, which this process ignores. The child gets a process group of
-    // its own, so that Ctrl-C in a terminal reaches only us: a run is then cancelled through its
-    // own path (SIGTERM to the child, staging removed) instead of rsync failing under our feet.
-    void resetSignals(const std::string& executable) {
-        sigset_t none;
-        sigemptyset(&none);
-        sigset_t pipeSignal;
-        sigemptyset(&pipeSignal);
-        sigaddset(&pipeSignal, SIGPIPE);
-        checkSpawnSetup(::posix_spawnattr_setsigmask(&attributes_, &none), executable);
-        checkSpawnSetup(::posix_spawnattr_setsigdefault(&attributes_, &pipeSignal), executable);
-        checkSpawnSetup(::posix_spawnattr_setpgroup(&attributes_, 0), executable);
-        checkSpawnSetup(
-            ::posix_spawnattr_setflags(
-                &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP),
-            executable);
-    }
-    [[nodiscard]] const posix_spawnattr_t* get() const { return &attributes_; }
-
-private:
-    posix_spawnattr_t attributes_{};
-};
+// In the child between fork and exec. It gets a process group of its own, so that Ctrl-C in a
+// terminal reaches only us: a run is then cancelled through its own path (SIGTERM to the child,
+// staging removed) instead of rsync failing under our feet. It is sent SIGTERM when the thread that
+// started it ends, which run() outlives, so a killed Tapekeep leaves no rsync behind; if we died
+// before that was set up, the child has a new parent already and gives up. No blocked signals
+// (SIGTERM must reach it whatever the calling thread blocks) and the default action for SIGPIPE,
+// which this process ignores. Standard input from /dev/null, the two pipes as standard output and
+// error, and no other descriptor of ours.
+[[noreturn]] void execChild(const char* path, char* const* argv, char* const* envp, pid_t parent, int outFd,
+                            int errFd, int reportFd) {
+    if (::setpgid(0, 0) != 0) failInChild(reportFd);
+    if (::prctl(PR_SET_PDEATHSIG, SIGTERM) != 0) failInChild(reportFd);
+    if (::getppid() != parent) ::_exit(127);
+    sigset_t none;
+    sigemptyset(&none);
+    if (::sigprocmask(SIG_SETMASK, &none, nullptr) != 0) failInChild(reportFd);
+    struct sigaction defaultAction {};
+    defaultAction.sa_handler = SIG_DFL;
+    if (::sigaction(SIGPIPE, &defaultAction, nullptr) != 0) failInChild(reportFd);
+    const int nullInput = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (nullInput < 0 || !moveDescriptor(nullInput, STDIN_FILENO) || !moveDescriptor(outFd, STDOUT_FILENO) ||
+        !moveDescriptor(errFd, STDERR_FILENO))
+        failInChild(reportFd);
+    // Descriptors that other code opened without O_CLOEXEC must not leak into the child either; the
+    // report pipe is marked close-on-exec and so stays open until the exec succeeds.
+    markCloseOnExecFrom(STDERR_FILENO + 1);
+    ::execve(path, argv, envp);
+    failInChild(reportFd);
+}
 
 // What the child is started with; built before the launch so that it needs no allocation then.
 class ChildCommand {
@@ -196,17 +189,24 @@ public:
 
     [[nodiscard]] const std::string& executable() const { return argvStrings_.front(); }
 
+    // Forks and executes the program; returns once the child runs it, or throws the reason it could
+    // not. Between fork and exec the child makes only async-signal-safe calls on what was prepared here.
     pid_t spawn(int outFd, int errFd) const {
-        SpawnFileActions actions;
-        actions.connect(outFd, errFd, executable());
-        SpawnAttributes attributes;
-        attributes.resetSignals(executable());
+        Pipe execReport = makePipe(executable());  // closed by a successful exec, else carries errno
         char* const* envp = environment_ ? environment_->get() : environ;
-        pid_t pid = -1;
-        const int result =
-            ::posix_spawn(&pid, executable().c_str(), actions.get(), attributes.get(), argv_.get(), envp);
-        if (result != 0) throw PosixError::fromErrno(result, "Could not start " + executable());
-        return pid;
+        const pid_t parent = ::getpid();
+        const pid_t pid = ::fork();
+        if (pid < 0) throw PosixError::fromErrno(errno, "Could not start " + executable());
+        if (pid == 0)
+            execChild(executable().c_str(), argv_.get(), envp, parent, outFd, errFd,
+                      execReport.writeEnd.get());
+        execReport.writeEnd.reset();
+        int childErrno = 0;
+        const ssize_t count = retryingInterrupts(
+            [&] { return ::read(execReport.readEnd.get(), &childErrno, sizeof childErrno); });
+        if (count <= 0) return pid;
+        ::waitpid(pid, nullptr, 0);
+        throw PosixError::fromErrno(childErrno, "Could not start " + executable());
     }
 
 private:

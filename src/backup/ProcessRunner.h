@@ -16,10 +16,12 @@ struct ProcessResult {
     std::string output;  // both streams decoded, when no line handler was given
 };
 
-// Runs every external program of the application: posix_spawn with one pipe for standard output
-// and one for standard error, standard input from /dev/null, the caller's working directory, and
-// no other descriptor of ours. A non-zero exit status is an ordinary result; callers decide what it
-// means. Thread-safe; run() blocks its calling thread, which is also where onLine is called.
+// Runs every external program of the application: fork and exec with one pipe for standard output
+// and one for standard error, standard input from /dev/null, the caller's working directory, a
+// process group of its own, and no other descriptor of ours. No child outlives us: each is sent
+// SIGTERM when we die, even by SIGKILL. A non-zero exit status is an ordinary result; callers
+// decide what it means. Thread-safe; run() blocks its calling thread, which is also where onLine
+// is called.
 class ProcessRunner {
 public:
     using LineHandler = std::function<void(const std::string& line)>;

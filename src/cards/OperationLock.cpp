@@ -3,24 +3,31 @@
 #include <vector>
 
 #include "cards/OperationLockError.h"
+#include "core/Log.h"
+#include "core/PosixError.h"
 
 namespace tapekeep {
+
+namespace {
+const Log logger("OperationLock");
+}  // namespace
 
 OperationLock& OperationLock::shared() {
     static OperationLock lock;
     return lock;
 }
 
-OperationLock::OperationLock(NotificationCenter& notificationCenter)
-    : notificationCenter_(notificationCenter) {}
+OperationLock::OperationLock(NotificationCenter& notificationCenter,
+                             std::optional<std::filesystem::path> lockFolder)
+    : notificationCenter_(notificationCenter), lockFolder_(std::move(lockFolder)) {}
 
 Lease OperationLock::acquire(const VolumeUUID& uuid, OperationKind kind) {
     std::set<std::string> snapshot;
     {
         std::lock_guard lock(ownersMutex_);
         if (auto holder = owners_.find(uuid); holder != owners_.end())
-            throw OperationLockError::conflict(holder->second);
-        owners_.emplace(uuid, kind);
+            throw OperationLockError::conflict(holder->second.kind);
+        owners_.emplace(uuid, Holder{kind, lockAcrossProcesses(uuid, kind)});
         snapshot = activeVolumeUUIDsLocked();
     }
     publish(snapshot);
@@ -31,7 +38,8 @@ void OperationLock::release(const Lease& lease) {
     std::set<std::string> snapshot;
     {
         std::lock_guard lock(ownersMutex_);
-        if (auto holder = owners_.find(lease.uuid); holder != owners_.end() && holder->second == lease.kind)
+        if (auto holder = owners_.find(lease.uuid);
+            holder != owners_.end() && holder->second.kind == lease.kind)
             owners_.erase(holder);
         snapshot = activeVolumeUUIDsLocked();
     }
@@ -49,7 +57,7 @@ bool OperationLock::isActive(const VolumeUUID& uuid) const {
 std::optional<OperationKind> OperationLock::owner(const VolumeUUID& uuid) const {
     std::lock_guard lock(ownersMutex_);
     const auto holder = owners_.find(uuid);
-    return holder == owners_.end() ? std::nullopt : std::optional(holder->second);
+    return holder == owners_.end() ? std::nullopt : std::optional(holder->second.kind);
 }
 
 std::set<std::string> OperationLock::activeVolumeUUIDs() const {
@@ -69,9 +77,21 @@ void OperationLock::removeObserver(ObserverToken token) {
     observers_.erase(token);
 }
 
+// Throws OperationLockError when another process holds the card.
+std::unique_ptr<CardLockFile> OperationLock::lockAcrossProcesses(const VolumeUUID& uuid,
+                                                                 OperationKind kind) const {
+    try {
+        return CardLockFile::acquire(lockFolder_.value_or(CardLockFile::defaultFolder()), uuid, kind);
+    } catch (const PosixError& error) {
+        logger.error("Other processes are not kept away from card " + uuid.rawValue + ": " +
+                     error.description());
+        return nullptr;
+    }
+}
+
 std::set<std::string> OperationLock::activeVolumeUUIDsLocked() const {
     std::set<std::string> uuids;
-    for (const auto& [uuid, kind] : owners_) uuids.insert(uuid.rawValue);
+    for (const auto& [uuid, holder] : owners_) uuids.insert(uuid.rawValue);
     return uuids;
 }
 

@@ -1,13 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "cards/CardLockFile.h"
 #include "cards/Lease.h"
 #include "cards/OperationKind.h"
 #include "cards/VolumeUUID.h"
@@ -15,8 +18,11 @@
 
 namespace tapekeep {
 
-// Keeps long operations on one card exclusive within this process. It is not a queue: acquiring a
-// card that is held fails at once, whatever the two kinds. Nothing is kept on disk.
+// Keeps long operations on one card exclusive. It is not a queue: acquiring a card that is held
+// fails at once, whatever the two kinds. Within this process the table decides; a lease also holds
+// the card's lock file (CardLockFile), so that a card held by another process (the desktop
+// application, the CLI, a watcher) is refused the same way, with that holder's kind. Where the lock
+// folder cannot be used safely, leases hold within this process only, and that is logged.
 //
 // Thread-safe: any thread may call anything. Observers and the notification run on the thread
 // whose acquire or release changed the table, after the change and with no lock held; two changes
@@ -29,8 +35,11 @@ public:
     // The one table of the process, created empty on first use.
     static OperationLock& shared();
 
-    // A table of its own; cardContentMayHaveChanged is posted on the given centre.
-    explicit OperationLock(NotificationCenter& notificationCenter = NotificationCenter::defaultCenter());
+    // A table of its own; cardContentMayHaveChanged is posted on the given centre. The lock files
+    // live in lockFolder, by default CardLockFile::defaultFolder() as the environment names it at
+    // each acquire.
+    explicit OperationLock(NotificationCenter& notificationCenter = NotificationCenter::defaultCenter(),
+                           std::optional<std::filesystem::path> lockFolder = std::nullopt);
     OperationLock(const OperationLock&) = delete;
     OperationLock& operator=(const OperationLock&) = delete;
 
@@ -54,12 +63,19 @@ public:
     void removeObserver(ObserverToken token);
 
 private:
+    struct Holder {
+        OperationKind kind;
+        std::unique_ptr<CardLockFile> lockFile;  // absent where only this process is kept out
+    };
+
+    std::unique_ptr<CardLockFile> lockAcrossProcesses(const VolumeUUID& uuid, OperationKind kind) const;
     std::set<std::string> activeVolumeUUIDsLocked() const;
     void publish(const std::set<std::string>& snapshot);
 
     NotificationCenter& notificationCenter_;
+    const std::optional<std::filesystem::path> lockFolder_;
     mutable std::mutex ownersMutex_;
-    std::map<VolumeUUID, OperationKind> owners_;  // guarded by ownersMutex_
+    std::map<VolumeUUID, Holder> owners_;  // guarded by ownersMutex_
     std::mutex observersMutex_;
     std::map<ObserverToken, Observer> observers_;  // guarded by observersMutex_
     ObserverToken nextObserverToken_ = 1;          // guarded by observersMutex_

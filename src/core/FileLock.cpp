@@ -2,27 +2,26 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 
 #include "core/PosixError.h"
+#include "core/RetryingInterrupts.h"
 
 namespace tapekeep {
 
-FileLock::FileLock(const std::filesystem::path& lockFile) {
-    fd_ = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) throw PosixError::fromErrno(errno, lockFile.string());
-    while (::flock(fd_, LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
-        const int code = errno;
-        ::close(fd_);
-        throw PosixError::fromErrno(code, lockFile.string());
-    }
+FileLock::FileLock(const std::filesystem::path& lockFile)
+    : file_(FileDescriptor::checked(::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600),
+                                    lockFile.string())) {
+    if (retryingInterrupts([&] { return ::flock(file_.get(), LOCK_EX); }) != 0)
+        throw PosixError::fromErrno(errno, lockFile.string());
 }
 
-FileLock::~FileLock() {
-    ::close(fd_);
+std::optional<FileLock> FileLock::tryLocking(FileDescriptor& file, const std::string& context) {
+    if (retryingInterrupts([&] { return ::flock(file.get(), LOCK_EX | LOCK_NB); }) == 0)
+        return FileLock(std::move(file));
+    if (errno == EWOULDBLOCK) return std::nullopt;
+    throw PosixError::fromErrno(errno, context);
 }
 
 }  // namespace tapekeep

@@ -32,6 +32,22 @@ std::string elapsedText(std::optional<Clock::time_point> start) {
     return text;
 }
 
+// A card held by another operation, in this process or another; both refusals read alike.
+std::string conflictMessage(const OperationLockError& conflict) {
+    return "Cannot start backup — " + std::string(rawValue(conflict.existing())) +
+           " in progress on this card.";
+}
+
+std::string failureDescription(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const OperationLockError& conflict) {
+        return conflictMessage(conflict);
+    } catch (...) {
+        return describe(error);
+    }
+}
+
 }  // namespace
 
 void BackupViewModel::startBackup(const SDCard& card) {
@@ -56,9 +72,7 @@ void BackupViewModel::runBackup(const SDCard& card) {
     try {
         lease = OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::backup);
     } catch (const OperationLockError& conflict) {
-        return setState(
-            uuid, CardState::failed("Cannot start backup — " + std::string(rawValue(conflict.existing())) +
-                                    " in progress on this card."));
+        return setState(uuid, CardState::failed(conflictMessage(conflict)));
     } catch (const std::exception& error) {
         return setState(uuid,
                         CardState::failed(std::string("Failed to acquire operation lock: ") + error.what()));
@@ -291,7 +305,7 @@ void BackupViewModel::completeFailure(const SDCard& card, const std::exception_p
         setState(uuid, CardState::failed("Backup was cancelled."));
         return;
     }
-    const std::string description = describe(error);
+    const std::string description = failureDescription(error);
     setState(uuid, CardState::failed(description));
     appendLog(uuid, description);
     if (dependencies_.feedback && settings_.playSoundOnCompletion())

@@ -16,6 +16,7 @@
 #include "TempDir.h"
 #include "backup/LatestLinkFailure.h"
 #include "backup/RepositoryError.h"
+#include "cards/OperationLockError.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
 #include "platform/FileTimes.h"
@@ -434,6 +435,45 @@ TEST_F(BackupRepositoryTest, StagingIsRemovedAfterTheGracePeriodAndOnlyTheNewest
     EXPECT_TRUE(fs::is_directory(newer) && fs::is_directory(unmarked));
     EXPECT_EQ(repository.removeIncomplete(set, Clock::now() + 25h, {}).size(), 2u);
     EXPECT_FALSE(fs::exists(newer) || fs::exists(unmarked));
+}
+
+// With the set's lock held no run can be staging in the set: an unmarked staging folder belongs to
+// a run that died (killed, or the machine went down) and goes at once, whatever its age. The failed
+// ones follow the usual rule.
+TEST_F(BackupRepositoryTest, WithTheSetLockHeldAnAbandonedStagingGoesAtOnce) {
+    writeFile(set / ".incomplete-A/failure.txt", "Incomplete backup. Not a restore source.\nfailed\n");
+    const fs::path abandoned = makeStaging();
+    writeFile(abandoned / "Songs/half.m8s", "half");
+    const fs::path version = makeVersion("2025-01-01-120000");
+    fs::create_symlink("backup-2025-01-01-120000", set / ".latest-DEAD");  // a swap cut short
+
+    EXPECT_TRUE(repository.removeIncomplete(set, Clock::now(), {}).empty());  // may be a live run's
+    EXPECT_TRUE(fs::is_symlink(set / ".latest-DEAD"));
+    const BackupSetLock held(set);
+    EXPECT_EQ(repository.removeIncomplete(held, Clock::now(), {}), std::vector<fs::path>{abandoned});
+    EXPECT_FALSE(fs::exists(fs::symlink_status(set / ".latest-DEAD")));
+    EXPECT_TRUE(fs::exists(set / ".incomplete-A/failure.txt"));
+    EXPECT_TRUE(fs::is_directory(version));
+    EXPECT_EQ(versionNames(), Names{"backup-2025-01-01-120000"});
+    EXPECT_TRUE(fs::is_regular_file(set / BackupSetLock::fileName));
+    EXPECT_EQ(repository.listSets().size(), 1u);
+}
+
+TEST_F(BackupRepositoryTest, TheSetLockKeepsASecondRunOutUntilItIsLetGo) {
+    std::optional<BackupSetLock> first;
+    first.emplace(set);  // creates the set folder
+    try {
+        BackupSetLock second(set);
+        ADD_FAILURE() << "two runs held one set";
+    } catch (const OperationLockError& error) {
+        EXPECT_EQ(error.existing(), OperationKind::backup);
+    }
+    first.reset();
+    EXPECT_NO_THROW(BackupSetLock{set});
+    fs::remove(set / BackupSetLock::fileName);
+    fs::create_symlink(temp / "elsewhere", set / BackupSetLock::fileName);
+    EXPECT_THROW(BackupSetLock{set}, PosixError);  // a planted link is not followed
+    EXPECT_FALSE(fs::exists(temp / "elsewhere"));
 }
 
 TEST_F(BackupRepositoryTest, DeletingFoldersAreRemovedButLinksAreNotFollowed) {

@@ -3,14 +3,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
+#include "LiveProcesses.h"
 #include "TempDir.h"
 #include "backup/ProcessExitError.h"
 #include "core/Cancelled.h"
@@ -164,6 +167,29 @@ TEST(ProcessRunnerTest, ExceptionFromLineHandlerEndsTheChildAndPropagates) {
     const auto onLine = [](const std::string&) { throw std::runtime_error("handler failed"); };
     EXPECT_THROW(runShell(sleeperScript, onLine), std::runtime_error);
     EXPECT_EQ(ProcessRunner::shared().runningCount(), 0u);
+}
+
+// ---- children die with us -------------------------------------------------------------------
+
+// A process that runs a child through the runner is killed with SIGKILL, so it cannot clean up:
+// the child, which would otherwise sleep for ten minutes, ends with it.
+TEST(ProcessRunnerTest, AChildDoesNotOutliveAProcessKilledOutright) {
+    test::TempDir folder;
+    const std::string pidFile = (folder / "child.pid").string();
+    const pid_t middle = ::fork();
+    ASSERT_GE(middle, 0);
+    if (middle == 0) {
+        ProcessRunner::shared().run("/bin/sh", {"-c", "echo $$ > '" + pidFile + ".new' && mv '" + pidFile +
+                                                          ".new' '" + pidFile + "' && exec sleep 600"});
+        ::_exit(0);
+    }
+    ASSERT_TRUE(test::waitUntil([&] { return std::filesystem::exists(pidFile); }, std::chrono::seconds(30)));
+    const pid_t child = std::stoi(test::readFile(pidFile));
+    ASSERT_TRUE(test::isLive(child));
+    ::kill(middle, SIGKILL);
+    ASSERT_EQ(::waitpid(middle, nullptr, 0), middle);
+    EXPECT_TRUE(test::waitUntil([&] { return !test::isLive(child); }, std::chrono::seconds(30)));
+    if (test::isLive(child)) ::kill(child, SIGKILL);
 }
 
 TEST(ProcessExitErrorTest, TextHoldsStatusAndTrimmedOutput) {

@@ -203,10 +203,10 @@ TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
     process.signal(SIGTERM);
     EXPECT_EQ(process.wait(), 130) << process.err();
     EXPECT_EQ(process.lastErrorLine(), "Backup was cancelled.");
-    EXPECT_TRUE(setEntries().empty() ||
-                std::none_of(setEntries().begin(), setEntries().end(), [](const std::string& name) {
-                    return name.starts_with(".incomplete-") || name.starts_with("backup-");
-                }));
+    const auto entries = setEntries();
+    EXPECT_TRUE(std::none_of(entries.begin(), entries.end(), [](const std::string& name) {
+        return name.starts_with(".incomplete-") || name.starts_with("backup-");
+    })) << testing::PrintToString(entries);
 }
 
 // Rewrites a file on the card as the device saves it: removed, then written anew.

@@ -31,6 +31,7 @@ std::vector<std::string> environmentFor(const fs::path& home,
     values["XDG_CONFIG_HOME"] = (home / "config").string();
     values["XDG_STATE_HOME"] = (home / "state").string();
     values["XDG_DATA_HOME"] = (home / "data").string();
+    values["XDG_RUNTIME_DIR"] = (home / "run").string();
     for (const auto& [name, value] : extra) values[name] = value;
     std::vector<std::string> result;
     for (const auto& [name, value] : values) result.push_back(name + "=" + value);
@@ -48,7 +49,8 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 CliProcess::CliProcess(const fs::path& home, std::vector<std::string> arguments,
                        std::map<std::string, std::string> extraEnvironment) {
-    fs::create_directories(home);
+    fs::create_directories(home / "run");
+    fs::permissions(home / "run", fs::perms::owner_all);
     const std::string id = makeUuid();
     outFile_ = home / ("cli-" + id + ".out");
     errFile_ = home / ("cli-" + id + ".err");
@@ -75,6 +77,10 @@ CliProcess::~CliProcess() {
     }
 }
 
+pid_t CliProcess::pid() const {
+    return pid_;
+}
+
 void CliProcess::signal(int number) const {
     ::kill(pid_, number);
 }
@@ -87,6 +93,14 @@ int CliProcess::wait() {
     }
     status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
     return status_;
+}
+
+bool CliProcess::hasExited() {
+    if (status_ >= 0) return true;
+    int raw = 0;
+    if (::waitpid(pid_, &raw, WNOHANG) != pid_) return false;
+    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return true;
 }
 
 std::string CliProcess::out() const {

@@ -9,8 +9,8 @@
 
 namespace tapekeep::test {
 
-// tapekeep-cli run as a real child process, with its own settings, state and data folders under
-// `home`, and its standard output and error captured.
+// tapekeep-cli run as a real child process, with its own settings, state, data and runtime folders
+// under `home`, and its standard output and error captured.
 class CliProcess {
 public:
     CliProcess(const std::filesystem::path& home, std::vector<std::string> arguments,
@@ -19,8 +19,10 @@ public:
     CliProcess(const CliProcess&) = delete;
     CliProcess& operator=(const CliProcess&) = delete;
 
+    [[nodiscard]] pid_t pid() const;
     void signal(int number) const;
-    int wait();  // the exit code, or 128 + signal
+    int wait();        // the exit code, or 128 + signal
+    bool hasExited();  // reaps it when it has, without waiting
 
     [[nodiscard]] std::string out() const;
     [[nodiscard]] std::string err() const;

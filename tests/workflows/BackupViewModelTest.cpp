@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 
 #include <atomic>
+#include <cstdlib>
 #include <ostream>
 #include <thread>
 
@@ -62,6 +63,9 @@ class BackupViewModelTest : public ::testing::Test {
 protected:
     BackupViewModelTest() {
         startApplication();
+        // Card locks of this test only: test programs run side by side with the same made-up cards.
+        fs::create_directories(temp / "run");
+        ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
         settings.setBackupBaseDirPath(QString::fromStdString((temp / "backups").string()));
     }
 

@@ -1,0 +1,190 @@
+// Two processes back up one real FAT card at the same moment: one publishes, the other is refused
+// with the words of a second backup in one process, and changes nothing.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+
+#include "CliProcess.h"
+#include "FatCard.h"
+#include "LiveProcesses.h"
+#include "TempDir.h"
+
+namespace tapekeep {
+namespace {
+namespace fs = std::filesystem;
+using test::CliProcess;
+using test::FatCard;
+using test::TempDir;
+using test::writeFile;
+using Json = nlohmann::json;
+
+const std::string refusal = "Cannot start backup — backup in progress on this card.";
+
+class ConcurrentBackupTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
+        fs::create_directories(volumes_);
+        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        writeFile(card_->mountPath() / "Songs/DEMO.m8s", std::string(12000, 's'));
+        writeFile(card_->mountPath() / "Instruments/BASS.m8i", std::string(400, 'b'));
+        writeFile(card_->mountPath() / "Samples/pad.wav", std::string(200000, 'p'));
+    }
+
+    std::vector<std::string> arguments(std::vector<std::string> command) const {
+        command.insert(command.begin(),
+                       {"--volumes-root", volumes_.string(), "--base", base_.string(), "--json"});
+        return command;
+    }
+
+    // What a reader of the store sees: each set's entries, the target of each link, and every file in
+    // every version. A staging folder's content is left out: the held run's rsync may still be writing
+    // it. So is the sizes cache, which either process may write while it lists the versions.
+    std::vector<std::string> store() const {
+        std::vector<std::string> items;
+        if (!fs::exists(base_)) return items;
+        for (const auto& set : fs::directory_iterator(base_)) {
+            for (const auto& entry : fs::directory_iterator(set)) {
+                const std::string name = entry.path().filename().string();
+                if (name == ".tapekeep-sizes.json") continue;
+                std::string item = entry.path().lexically_relative(base_).string();
+                if (entry.is_symlink()) item += " -> " + fs::read_symlink(entry.path()).string();
+                items.push_back(item);
+                if (!name.starts_with("backup-") || entry.is_symlink()) continue;
+                for (const auto& file : fs::recursive_directory_iterator(entry.path()))
+                    items.push_back(file.path().lexically_relative(base_).string());
+            }
+        }
+        std::sort(items.begin(), items.end());
+        return items;
+    }
+
+    int count(const std::string& prefix) const {
+        int found = 0;
+        for (const auto& set : fs::directory_iterator(base_))
+            for (const auto& entry : fs::directory_iterator(set))
+                found += entry.path().filename().string().starts_with(prefix);
+        return found;
+    }
+
+    TempDir temp_;
+    fs::path volumes_ = temp_ / "volumes";
+    fs::path base_ = temp_ / "backups";
+    std::unique_ptr<FatCard> card_;
+};
+
+// Each round the first process is held by the test hook at one step of its run while the second
+// starts; then the first goes on. Even rounds share the card lock folder, as two programs of one
+// session do; in odd rounds the second process has a runtime folder of its own, so that only the
+// backup set's lock stands between them.
+TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRefused) {
+    const char* steps[] = {"staging-created", "estimate-pass", "transfer-pass",
+                           "renamed",         "latest-swap",   "rotation"};
+    for (int round = 0; round < 20; ++round) {
+        const std::string step = steps[round % 6];
+        SCOPED_TRACE("round " + std::to_string(round) + ", first held at " + step);
+        const fs::path marker = temp_ / ("held-" + std::to_string(round));
+        CliProcess first(temp_ / "home", arguments({"backup", "M8CARD", "--keep", "2"}),
+                         {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || first.hasExited(); }) &&
+                    fs::exists(marker))
+            << first.err();
+
+        const auto before = store();
+        std::map<std::string, std::string> environment;
+        if (round % 2 == 1) {
+            fs::create_directories(temp_ / "other-run");
+            fs::permissions(temp_ / "other-run", fs::perms::owner_all);
+            environment["XDG_RUNTIME_DIR"] = (temp_ / "other-run").string();
+        }
+        const auto second =
+            test::runCli(temp_ / "home", arguments({"backup", "M8CARD", "--keep", "2"}), environment);
+        EXPECT_EQ(second.status, 1) << second.err;
+        EXPECT_EQ(second.lastErrorLine, refusal) << second.err;
+        EXPECT_EQ(second.out, "");
+        EXPECT_EQ(store(), before);
+
+        fs::remove(marker);
+        ASSERT_EQ(first.wait(), 0) << first.err();
+        const fs::path version = Json::parse(first.out()).at("version").get<std::string>();
+        EXPECT_TRUE(fs::is_directory(version));
+        EXPECT_EQ(fs::read_symlink(version.parent_path() / "latest"), version.filename());
+        EXPECT_EQ(count("backup-"), std::min(round + 1, 2));
+        EXPECT_EQ(count(".incomplete-"), 0);
+        EXPECT_EQ(count(".deleting-"), 0);
+    }
+}
+
+// Whether the watcher printed a line for the card in that state with that message.
+bool printed(const CliProcess& watcher, const std::string& volume, const std::string& state,
+             const std::optional<std::string>& message = std::nullopt) {
+    std::istringstream lines(watcher.out());
+    for (std::string line; std::getline(lines, line);) {
+        const auto parsed = Json::parse(line, nullptr, false);
+        if (parsed.is_object() && parsed.at("volumeName") == volume && parsed.at("state") == state &&
+            (!message || parsed.at("message") == *message))
+            return true;
+    }
+    return false;
+}
+
+// `watch --auto` backs up a card that arrives while it runs, and a plain `backup` is asked for the
+// same card; each way round, one of them backs it up and the other is refused. A second card,
+// present from the start, tells when the watcher has looked at the cards for the first time, so
+// that M8CARD surely arrives after that.
+TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
+    FatCard other(temp_ / "other.img", volumes_, "OTHER");
+    writeFile(other.mountPath() / "Songs/A.m8s", "a");
+    writeFile(other.mountPath() / "Instruments/B.m8i", "b");
+    ASSERT_EQ(test::runCli(temp_ / "home", {"settings", "set", "autoBackupDelaySeconds", "2"}).status, 0);
+    const fs::path marker = temp_ / "held";
+    auto holdAt = [&](const std::string& step) {
+        return std::map<std::string, std::string>{{"TAPEKEEP_TEST_PAUSE_AT", step},
+                                                  {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}};
+    };
+    auto watchUntilItHasLooked = [&](const std::map<std::string, std::string>& environment) {
+        card_->unmount();
+        auto watcher =
+            std::make_unique<CliProcess>(temp_ / "home", arguments({"watch", "--auto"}), environment);
+        EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "OTHER", "idle"); })) << watcher->out();
+        card_->mount();
+        return watcher;
+    };
+
+    {  // the watcher's automatic backup holds the card
+        auto watcher = watchUntilItHasLooked(holdAt("transfer-pass"));
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker); })) << watcher->out() << watcher->err();
+        const auto refused = test::runCli(temp_ / "home", arguments({"backup", "M8CARD"}));
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_EQ(refused.lastErrorLine, refusal) << refused.err;
+        fs::remove(marker);
+        EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "M8CARD", "success"); }))
+            << watcher->out() << watcher->err();
+        watcher->signal(SIGTERM);
+        EXPECT_EQ(watcher->wait(), 0) << watcher->err();
+        EXPECT_EQ(count("backup-"), 1);
+    }
+    {  // a backup command holds the card when the watcher sees it arrive
+        CliProcess command(temp_ / "home", arguments({"backup", "M8CARD"}), holdAt("renamed"));
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || command.hasExited(); }) &&
+                    fs::exists(marker))
+            << command.err();
+        auto watcher = watchUntilItHasLooked({});
+        EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "M8CARD", "failed", refusal); }))
+            << watcher->out() << watcher->err();
+        fs::remove(marker);
+        EXPECT_EQ(command.wait(), 0) << command.err();
+        watcher->signal(SIGTERM);
+        watcher->wait();
+        EXPECT_EQ(count("backup-"), 2);
+        EXPECT_EQ(count(".incomplete-"), 0);
+    }
+}
+
+}  // namespace
+}  // namespace tapekeep
