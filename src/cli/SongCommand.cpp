@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/CliError.h"
+#include "cli/Output.h"
 #include "content/M8SongParser.h"
 
 namespace tapekeep::cli {
@@ -32,21 +33,21 @@ int printSong(CliContext& context, const fs::path& file) {
                                {"name", instrument.name},
                                {"samplePath", optionalText(instrument.samplePath)}});
     if (context.json()) {
-        context.out() << nlohmann::json{{"name", song->name},
-                                        {"tempo", song->tempo ? nlohmann::json(*song->tempo)
-                                                              : nlohmann::json(nullptr)},
-                                        {"instruments", instruments},
-                                        {"samplePaths", song->samplePaths}}
-                             .dump(2)
+        context.out() << Output::jsonText(
+                             {{"name", song->name},
+                              {"tempo", song->tempo ? nlohmann::json(*song->tempo) : nlohmann::json(nullptr)},
+                              {"instruments", instruments},
+                              {"samplePaths", song->samplePaths}})
                       << '\n';
         return 0;
     }
     char tempo[32] = "unknown";
     if (song->tempo) std::snprintf(tempo, sizeof tempo, "%.1f", *song->tempo);
-    context.out() << "Song " << song->name << ", tempo " << tempo << '\n';
+    context.out() << "Song " << Output::plainText(song->name) << ", tempo " << tempo << '\n';
     for (const auto& instrument : song->instruments)
         context.out() << "  " << instrument.index << '\t' << InstrumentInfo::rawValue(instrument.type) << '\t'
-                      << instrument.name << (instrument.samplePath ? "\t" + *instrument.samplePath : "")
+                      << Output::plainText(instrument.name)
+                      << (instrument.samplePath ? "\t" + Output::plainText(*instrument.samplePath) : "")
                       << '\n';
     return 0;
 }
@@ -54,9 +55,9 @@ int printSong(CliContext& context, const fs::path& file) {
 int printInstrument(CliContext& context, const fs::path& file) {
     const auto samplePath = M8SongParser::parseInstrument(file);
     if (context.json())
-        context.out() << nlohmann::json{{"samplePath", optionalText(samplePath)}}.dump(2) << '\n';
+        context.out() << Output::jsonText({{"samplePath", optionalText(samplePath)}}) << '\n';
     else
-        context.out() << (samplePath ? *samplePath : "(no sample)") << '\n';
+        context.out() << (samplePath ? Output::plainText(*samplePath) : "(no sample)") << '\n';
     return 0;
 }
 
