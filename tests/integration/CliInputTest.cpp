@@ -49,8 +49,8 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// True when the text holds a byte that a terminal acts on (C0 but tab and newline... none allowed
-// here but the line ends), or one that is not UTF-8.
+// True when the text holds a byte that a terminal would act on (a control character other than the
+// line ends and the field separator that the output itself writes), or one that is not UTF-8.
 bool holdsRawControlOrBadByte(const std::string& text) {
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
@@ -396,7 +396,7 @@ TEST_F(CliCardInputTest, CardNamedWithBadBytesAndControlsIsListedAndBackedUp) {
 }
 
 TEST_F(CliCardInputTest, WatchPrintsACardNamedWithBadBytesAsJsonLines) {
-    remountAs("M8\xFF" "CARD");
+    remountAs(std::string("M8\xFF") + "CARD");
     CliProcess watcher(home_,
                        {"--volumes-root", volumes_.string(), "--base", base_.string(), "--json", "watch"});
     auto idleLine = [&]() -> std::optional<json> {
