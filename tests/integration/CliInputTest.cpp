@@ -340,6 +340,11 @@ TEST_F(CliCardInputTest, KeepBelowOneIsAUsageErrorBeforeAnythingIsWritten) {
          {"backup", "--all"},
          "The setting keepCount is -4, but at least 1 version must be kept. Pass --keep N, or set it with: "
          "tapekeep-cli settings set keepCount N"},
+        {"watch --auto",
+         R"({"keepCount": 0})",
+         {"watch", "--auto"},
+         "The setting keepCount is 0, but at least 1 version must be kept. Pass --keep N, or set it with: "
+         "tapekeep-cli settings set keepCount N"},
         {"settings set",
          R"({"keepCount": 3})",
          {"settings", "set", "keepCount", "0"},
