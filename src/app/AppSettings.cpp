@@ -80,6 +80,11 @@ void AppSettings::repairRsyncPath(const RsyncFinder& findRsync) {
     auto found = findRsync ? findRsync() : std::nullopt;
     auto repaired = found && !found->empty() ? *found : std::string(fallbackRsync);
     logger.info("rsync path \"" + current + "\" is not an executable; using " + repaired);
+    // A damaged file cannot take the repair, and has said why already: this process uses it unstored.
+    if (store_.damage()) {
+        unstoredRsyncPath_ = QString::fromStdString(repaired);
+        return;
+    }
     storeValue(SettingsKeys::rsyncPath, repaired);
 }
 
@@ -99,8 +104,9 @@ template <typename Value>
 void AppSettings::write(const char* key, const Value& value, void (AppSettings::*changed)()) {
     const auto* definition = SettingsKeys::find(key);
     nlohmann::json wanted = value;
-    if (!SettingsKeys::accepts(*definition, wanted)) {
-        logger.error(std::string("refused value ") + wanted.dump() + " for " + key);
+    if (!SettingsKeys::allowsWriting(*definition, wanted)) {
+        logger.error(std::string("refused value ") +
+                     wanted.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + " for " + key);
         return;
     }
     if (SettingsKeys::read(store_, *definition) == wanted) return;
@@ -127,7 +133,8 @@ bool AppSettings::rotateBackups() const {
     return readBool(SettingsKeys::rotateBackups);
 }
 QString AppSettings::rsyncPath() const {
-    return readString(SettingsKeys::rsyncPath);
+    QString stored = readString(SettingsKeys::rsyncPath);
+    return stored.isEmpty() && unstoredRsyncPath_ ? *unstoredRsyncPath_ : stored;
 }
 QString AppSettings::appearance() const {
     return readString(SettingsKeys::appearance);

@@ -67,7 +67,8 @@ public:
     using RsyncFinder = std::function<std::optional<std::string>()>;
 
     // Runs the start-up repairs, in order: the legacy auto-eject key is carried over, then the
-    // rsync path is repaired with findBestRsync. The store must outlive this object.
+    // rsync path is repaired with findBestRsync. A damaged settings file is not written: the
+    // repaired rsync path then holds for this object's life. The store must outlive this object.
     explicit AppSettings(SettingsStore& store, QObject* parent = nullptr);
     AppSettings(SettingsStore& store, RsyncFinder findRsync, QObject* parent = nullptr);
 
@@ -169,6 +170,7 @@ private:
     bool storeValue(const char* key, const nlohmann::json& value);  // false, logged, when the write fails
 
     SettingsStore& store_;
+    std::optional<QString> unstoredRsyncPath_;  // the repair, when a damaged file could not take it
 };
 
 }  // namespace tapekeep

@@ -9,22 +9,22 @@ namespace tapekeep::SettingsKeys {
 namespace {
 
 Definition boolean(const char* key, bool fallback) {
-    return {key, ValueType::boolean, fallback, {}};
+    return {key, ValueType::boolean, fallback, {}, std::nullopt};
 }
-Definition integer(const char* key, int fallback) {
-    return {key, ValueType::integer, fallback, {}};
+Definition integer(const char* key, int fallback, std::optional<int> minimum = std::nullopt) {
+    return {key, ValueType::integer, fallback, {}, minimum};
 }
 Definition text(const char* key, const char* fallback) {
-    return {key, ValueType::string, fallback, {}};
+    return {key, ValueType::string, fallback, {}, std::nullopt};
 }
 Definition oneOf(const char* key, const char* fallback, std::vector<std::string> allowed) {
-    return {key, ValueType::string, fallback, std::move(allowed)};
+    return {key, ValueType::string, fallback, std::move(allowed), std::nullopt};
 }
 
 std::vector<Definition> makeTable() {
     return {
         text(backupBaseDirPath, ""),
-        integer(keepCount, 5),
+        integer(keepCount, 5, 1),  // below 1, rotation would keep one version and delete the rest
         boolean(rotateBackups, true),
         text(rsyncPath, ""),
         text(appearance, "system"),
@@ -35,7 +35,7 @@ std::vector<Definition> makeTable() {
         boolean(notifyOnCompletion, true),
         boolean(autoBackupOnConnect, false),
         integer(autoBackupDelaySeconds, 5),
-        {backupSetLabelsJSON, ValueType::jsonText, "{}", {}},
+        {backupSetLabelsJSON, ValueType::jsonText, "{}", {}, std::nullopt},
         boolean(menuBarMode, false),
         boolean(askToEjectOnQuit, true),
         oneOf(m8Accent, "pink", {"pink", "lime", "amber", "cyan", "violet"}),
@@ -116,6 +116,11 @@ bool accepts(const Definition& definition, const nlohmann::json& value) {
     return false;
 }
 
+bool allowsWriting(const Definition& definition, const nlohmann::json& value) {
+    if (!accepts(definition, value)) return false;
+    return !definition.minimum || !value.is_number() || value.get<std::int64_t>() >= *definition.minimum;
+}
+
 nlohmann::json read(const SettingsStore& store, const Definition& definition) {
     auto stored = store.value(definition.key);
     return stored && accepts(definition, *stored) ? *stored : definition.defaultValue;
@@ -138,8 +143,11 @@ std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view 
     switch (definition->type) {
         case ValueType::boolean:
             return parseBoolean(text);
-        case ValueType::integer:
-            return parseInteger(text);
+        case ValueType::integer: {
+            auto number = parseInteger(text);
+            if (!number || !allowsWriting(*definition, *number)) return std::nullopt;
+            return number;
+        }
         case ValueType::string: {
             nlohmann::json value = std::string(text);
             if (!isEncodable(value) || !isAllowedString(*definition, value)) return std::nullopt;
@@ -159,6 +167,7 @@ std::string describeExpected(const Definition& definition) {
         case ValueType::boolean:
             return "true or false";
         case ValueType::integer:
+            if (definition.minimum) return "an integer of at least " + std::to_string(*definition.minimum);
             return "an integer";
         case ValueType::jsonText:
             return "a JSON object of strings";

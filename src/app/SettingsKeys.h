@@ -27,6 +27,7 @@ struct Definition {
     ValueType type;
     nlohmann::json defaultValue;
     std::vector<std::string> allowedValues;  // raw values of a closed set; empty when any string goes
+    std::optional<int> minimum;              // the smallest integer that may be written
 };
 
 // The stored keys, in the order in which the settings are listed to the user.
@@ -62,6 +63,10 @@ inline constexpr const char* legacyAutoEjectAfterBackup = "m8AutoEjectAfterBacku
 
 // True when the value has the key's JSON type and, for a closed set, is one of its raw values.
 [[nodiscard]] bool accepts(const Definition& definition, const nlohmann::json& value);
+// What a setter or the CLI may store: accepts(), and an integer not below the minimum. A stored value
+// below the minimum still reads as it is, so that what would use it can refuse it by name instead of
+// quietly using another number.
+[[nodiscard]] bool allowsWriting(const Definition& definition, const nlohmann::json& value);
 
 // The stored value when the store holds an acceptable one, else the default. Never fails.
 [[nodiscard]] nlohmann::json read(const SettingsStore& store, const Definition& definition);
@@ -74,6 +79,7 @@ inline constexpr const char* legacyAutoEjectAfterBackup = "m8AutoEjectAfterBacku
 [[nodiscard]] std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view text);
 
 // What a text for this key must look like, for usage messages: "true or false", "an integer",
+// "an integer of at least 1",
 // "one of: pink, lime, amber, cyan, violet", "text", "a JSON object of strings".
 [[nodiscard]] std::string describeExpected(const Definition& definition);
 

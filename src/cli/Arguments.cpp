@@ -1,10 +1,18 @@
 #include "cli/Arguments.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "cli/CliError.h"
 
 namespace tapekeep::cli {
+
+Arguments::Arguments(std::vector<std::string> words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    if (end != words.end()) afterOptions_.assign(end + 1, words.end());
+    words.erase(end, words.end());
+    words_ = std::move(words);
+}
 
 bool Arguments::takeFlag(const std::string& name) {
     bool found = false;
@@ -41,15 +49,20 @@ std::vector<std::string> Arguments::operands(std::size_t minimum, std::size_t ma
     for (const auto& word : words_)
         if (word.size() > 1 && word[0] == '-')
             throw UsageError("Unknown option " + word + ". Usage: " + usage);
-    if (words_.size() < minimum || words_.size() > maximum) throw UsageError("Usage: " + usage);
-    return words_;
+    std::vector<std::string> all = words_;
+    all.insert(all.end(), afterOptions_.begin(), afterOptions_.end());
+    if (all.size() < minimum || all.size() > maximum) throw UsageError("Usage: " + usage);
+    return all;
 }
 
-int parseCount(const std::string& text, const std::string& option) {
+int parseCount(const std::string& text, const std::string& option, int minimum) {
     int value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 0)
-        throw UsageError(option + " takes a whole number, not \"" + text + "\".");
+    if (error != std::errc() || end != text.data() + text.size() || value < minimum) {
+        const std::string wanted =
+            minimum == 0 ? "a whole number" : "a whole number of at least " + std::to_string(minimum);
+        throw UsageError(option + " takes " + wanted + ", not \"" + text + "\".");
+    }
     return value;
 }
 

@@ -7,10 +7,11 @@
 namespace tapekeep::cli {
 
 // The words after a command, read one option or operand at a time. Options may come before,
-// between or after operands; "--name=value" and "--name value" are both accepted.
+// between or after operands; "--name=value" and "--name value" are both accepted. A "--" ends the
+// options: every word after it is an operand, so that a set or file named "-rf" can be named.
 class Arguments {
 public:
-    explicit Arguments(std::vector<std::string> words) : words_(std::move(words)) {}
+    explicit Arguments(std::vector<std::string> words);
 
     // Removes the flag wherever it stands; true when it was there.
     bool takeFlag(const std::string& name);
@@ -22,9 +23,11 @@ public:
                                       const std::string& usage) const;
 
 private:
-    std::vector<std::string> words_;
+    std::vector<std::string> words_;         // before "--": options and operands
+    std::vector<std::string> afterOptions_;  // after "--": operands only
 };
 
-int parseCount(const std::string& text, const std::string& option);
+// A whole decimal number not below `minimum`; throws UsageError naming the option otherwise.
+int parseCount(const std::string& text, const std::string& option, int minimum = 0);
 
 }  // namespace tapekeep::cli

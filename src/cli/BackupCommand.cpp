@@ -4,6 +4,7 @@
 
 #include "cli/CliError.h"
 #include "cli/ControllerSession.h"
+#include "cli/Output.h"
 #include "core/Cancelled.h"
 
 namespace tapekeep::cli {
@@ -38,7 +39,7 @@ std::vector<std::string> commaSeparated(const std::optional<std::string>& text) 
 BackupOptions takeOptions(Arguments& arguments) {
     BackupOptions options;
     if (auto destination = arguments.takeValue("--dest")) options.destination = fs::absolute(*destination);
-    if (auto keep = arguments.takeValue("--keep")) options.keep = parseCount(*keep, "--keep");
+    if (auto keep = arguments.takeValue("--keep")) options.keep = parseCount(*keep, "--keep", 1);
     options.noRotate = arguments.takeFlag("--no-rotate");
     options.folders = commaSeparated(arguments.takeValue("--folders"));
     options.songs = commaSeparated(arguments.takeValue("--songs"));
@@ -97,16 +98,15 @@ CardResult backUp(ControllerSession& session, const SDCard& card, const BackupOp
 
 int reportOne(CliContext& context, const CardResult& result) {
     if (result.error) {
-        context.err() << *result.error << '\n';
+        context.err() << Output::plainText(*result.error) << '\n';
         return result.cancelled ? ExitCode::cancelled : ExitCode::failed;
     }
     if (context.json())
-        context.out() << nlohmann::json{{"version", textOrNull(result.version)},
-                                        {"warning", textOrNull(result.warning)}}
-                             .dump(2)
+        context.out() << Output::jsonText({{"version", textOrNull(result.version)},
+                                           {"warning", textOrNull(result.warning)}})
                       << '\n';
     else
-        context.out() << result.version.value_or("") << '\n';
+        context.out() << Output::plainText(result.version.value_or("")) << '\n';
     return ExitCode::done;
 }
 
@@ -123,10 +123,11 @@ int reportAll(CliContext& context, const std::vector<CardResult>& results) {
         else if (result.error && code == ExitCode::done)
             code = ExitCode::failed;
         if (!context.json())
-            context.out() << result.uuid << '\t'
-                          << (result.error ? "failed: " + *result.error : *result.version) << '\n';
+            context.out() << Output::plainText(result.uuid) << '\t'
+                          << Output::plainText(result.error ? "failed: " + *result.error : *result.version)
+                          << '\n';
     }
-    if (context.json()) context.out() << nlohmann::json{{"results", list}}.dump(2) << '\n';
+    if (context.json()) context.out() << Output::jsonText({{"results", list}}) << '\n';
     return code;
 }
 
@@ -135,6 +136,7 @@ int reportAll(CliContext& context, const std::vector<CardResult>& results) {
 int BackupCommand::run(CliContext& context, Arguments arguments) {
     const BackupOptions options = takeOptions(arguments);
     const auto operands = arguments.operands(options.all ? 0 : 1, options.all ? 0 : 1, usage());
+    if (!options.keep && !options.noRotate) context.refuseUnusableKeepCount();
     ControllerSession session(context, dependenciesFor(options));
     session.scan();
     if (!options.all) return reportOne(context, backUp(session, session.card(operands.front()), options));

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cards/VolumeScanner.h"
+#include "cli/Output.h"
 
 namespace tapekeep::cli {
 
@@ -15,10 +16,9 @@ int CardsCommand::run(CliContext& context, Arguments arguments) {
             cards.push_back({{"volumeName", card.volumeName},
                              {"uuid", card.diskUtilUUID},
                              {"mountPath", card.mountPath.string()}});
-        context.out() << nlohmann::json{{"cards", cards},
-                                        {"examinedCount", result.examinedCount},
-                                        {"excludedCount", result.excludedCount}}
-                             .dump(2)
+        context.out() << Output::jsonText({{"cards", cards},
+                                           {"examinedCount", result.examinedCount},
+                                           {"excludedCount", result.excludedCount}})
                       << '\n';
         return 0;
     }
@@ -28,8 +28,8 @@ int CardsCommand::run(CliContext& context, Arguments arguments) {
         return 0;
     }
     for (const auto& card : result.cards)
-        context.out() << card.volumeName << '\t' << card.diskUtilUUID << '\t' << card.mountPath.string()
-                      << '\n';
+        context.out() << Output::plainText(card.volumeName) << '\t' << Output::plainText(card.diskUtilUUID)
+                      << '\t' << Output::plainText(card.mountPath.string()) << '\n';
     return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/Output.h"
 #include "cli/SignalCancellation.h"
 #include "workflows/CardComparison.h"
 
@@ -15,17 +16,17 @@ int ChangesCommand::run(CliContext& context, Arguments arguments) {
     std::map<FileDiff::Kind, std::vector<std::string>> paths;
     for (const auto& difference : comparison.differences) paths[difference.kind].push_back(difference.path);
     if (context.json()) {
-        context.out() << nlohmann::json{{"freshness", comparison.freshness.label()},
-                                        {"added", paths[FileDiff::Kind::added]},
-                                        {"modified", paths[FileDiff::Kind::modified]},
-                                        {"deleted", paths[FileDiff::Kind::deleted]}}
-                             .dump(2)
+        context.out() << Output::jsonText({{"freshness", comparison.freshness.label()},
+                                           {"added", paths[FileDiff::Kind::added]},
+                                           {"modified", paths[FileDiff::Kind::modified]},
+                                           {"deleted", paths[FileDiff::Kind::deleted]}})
                       << '\n';
         return 0;
     }
-    context.out() << comparison.freshness.label() << '\n';
+    context.out() << Output::plainText(comparison.freshness.label()) << '\n';
     for (const auto& difference : comparison.differences)
-        context.out() << FileDiff::rawValue(difference.kind) << '\t' << difference.path << '\n';
+        context.out() << FileDiff::rawValue(difference.kind) << '\t' << Output::plainText(difference.path)
+                      << '\n';
     return 0;
 }
 

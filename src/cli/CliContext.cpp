@@ -41,6 +41,15 @@ std::string CliContext::rsyncPath() {
     return settings().rsyncPath().toStdString();
 }
 
+void CliContext::refuseUnusableKeepCount() {
+    if (!settings().rotateBackups()) return;
+    const int keepCount = settings().keepCount();
+    if (keepCount < 1)
+        throw UsageError("The setting keepCount is " + std::to_string(keepCount) +
+                         ", but at least 1 version must be kept. Pass --keep N, or set it with: tapekeep-cli "
+                         "settings set keepCount N");
+}
+
 std::unique_ptr<VolumeScanner> CliContext::makeScanner() {
     VolumeScanner::Configuration configuration;
     if (!options_.volumeRoots.empty()) configuration.volumeRoots = options_.volumeRoots;

@@ -45,6 +45,9 @@ public:
     // The backup base folder: --base, the demo's, or the setting. Throws when none is set.
     [[nodiscard]] std::filesystem::path baseFolder();
     [[nodiscard]] std::string rsyncPath();
+    // Throws UsageError when backups rotate and the keepCount setting is below 1, which would keep
+    // one version and delete every other.
+    void refuseUnusableKeepCount();
 
     // A fresh scanner over the configured volume roots (or the demo card).
     [[nodiscard]] std::unique_ptr<VolumeScanner> makeScanner();

@@ -7,6 +7,7 @@
 
 #include "app/AppSettings.h"
 #include "cli/CliError.h"
+#include "cli/Output.h"
 #include "cli/ProgressBar.h"
 #include "core/Cancelled.h"
 
@@ -60,7 +61,7 @@ CardState ControllerSession::backup(const SDCard& card) {
     std::size_t printed = 0;
     auto printLog = [&] {
         const auto log = viewModel_->cardLog(uuid);
-        for (; printed < log.size(); ++printed) bar.printLine(log[printed]);
+        for (; printed < log.size(); ++printed) bar.printLine(Output::plainText(log[printed]));
     };
     auto showProgress = [&] {
         if (auto progress = viewModel_->cardProgress(uuid))

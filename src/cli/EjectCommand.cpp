@@ -4,6 +4,7 @@
 
 #include "cli/CliError.h"
 #include "cli/ControllerSession.h"
+#include "cli/Output.h"
 
 namespace tapekeep::cli {
 
@@ -25,9 +26,9 @@ int EjectCommand::run(CliContext& context, Arguments arguments) {
     session.runUntil([&] { return failure.has_value(); });
     if (!failure->empty()) throw Error(*failure);
     if (context.json())
-        context.out() << nlohmann::json{{"ejected", true}}.dump() << '\n';
+        context.out() << Output::jsonText({{"ejected", true}}, -1) << '\n';
     else
-        context.out() << card.volumeName << " ejected.\n";
+        context.out() << Output::plainText(card.volumeName) << " ejected.\n";
     return ExitCode::done;
 }
 

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "backup/BackupRepository.h"
+#include "cli/Output.h"
 
 namespace tapekeep::cli {
 
@@ -16,13 +17,14 @@ int SetsCommand::run(CliContext& context, Arguments arguments) {
                             {"volumeName", set.volumeName},
                             {"path", set.rootURL.string()},
                             {"versions", set.versions.size()}});
-        context.out() << nlohmann::json{{"sets", list}}.dump(2) << '\n';
+        context.out() << Output::jsonText({{"sets", list}}) << '\n';
         return 0;
     }
-    if (sets.empty()) context.out() << "No backup sets in " << context.baseFolder().string() << ".\n";
+    if (sets.empty())
+        context.out() << "No backup sets in " << Output::plainText(context.baseFolder().string()) << ".\n";
     for (const auto& set : sets)
-        context.out() << set.folderName << '\t' << set.versions.size() << " version(s)\t"
-                      << set.rootURL.string() << '\n';
+        context.out() << Output::plainText(set.folderName) << '\t' << set.versions.size() << " version(s)\t"
+                      << Output::plainText(set.rootURL.string()) << '\n';
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include "app/AppSettings.h"
 #include "app/SettingsKeys.h"
 #include "cli/CliError.h"
+#include "cli/Output.h"
 
 namespace tapekeep::cli {
 namespace {
@@ -14,8 +15,8 @@ const SettingsKeys::Definition& definition(const std::string& key) {
     return *found;
 }
 
-std::string plainText(const nlohmann::json& value) {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+std::string settingText(const nlohmann::json& value) {
+    return Output::plainText(value.is_string() ? value.get<std::string>() : Output::jsonText(value, -1));
 }
 
 }  // namespace
@@ -33,11 +34,11 @@ int SettingsCommand::list(CliContext& context) {
     context.settings();  // the start-up repairs run before anything is shown
     const auto all = SettingsKeys::readAll(context.store());
     if (context.json()) {
-        context.out() << all.dump(2) << '\n';
+        context.out() << Output::jsonText(all) << '\n';
         return 0;
     }
     for (const auto& item : SettingsKeys::all())
-        context.out() << item.key << " = " << plainText(all.at(item.key)) << '\n';
+        context.out() << item.key << " = " << settingText(all.at(item.key)) << '\n';
     return 0;
 }
 
@@ -45,7 +46,7 @@ int SettingsCommand::get(CliContext& context, const std::string& key) {
     const auto& item = definition(key);
     context.settings();
     const auto value = SettingsKeys::read(context.store(), item);
-    context.out() << (context.json() ? value.dump() : plainText(value)) << '\n';
+    context.out() << (context.json() ? Output::jsonText(value, -1) : settingText(value)) << '\n';
     return 0;
 }
 
@@ -56,7 +57,7 @@ int SettingsCommand::set(CliContext& context, const std::string& key, const std:
         throw UsageError("The setting " + key + " takes " + SettingsKeys::describeExpected(item) +
                          ", not \"" + text + "\".");
     context.store().setValue(key, *value);
-    if (context.json()) context.out() << nlohmann::json{{key, *value}}.dump() << '\n';
+    if (context.json()) context.out() << Output::jsonText({{key, *value}}, -1) << '\n';
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/CliError.h"
+#include "cli/Output.h"
 #include "content/M8SongParser.h"
 
 namespace tapekeep::cli {
@@ -32,21 +33,21 @@ int printSong(CliContext& context, const fs::path& file) {
                                {"name", instrument.name},
                                {"samplePath", optionalText(instrument.samplePath)}});
     if (context.json()) {
-        context.out() << nlohmann::json{{"name", song->name},
-                                        {"tempo", song->tempo ? nlohmann::json(*song->tempo)
-                                                              : nlohmann::json(nullptr)},
-                                        {"instruments", instruments},
-                                        {"samplePaths", song->samplePaths}}
-                             .dump(2)
+        context.out() << Output::jsonText(
+                             {{"name", song->name},
+                              {"tempo", song->tempo ? nlohmann::json(*song->tempo) : nlohmann::json(nullptr)},
+                              {"instruments", instruments},
+                              {"samplePaths", song->samplePaths}})
                       << '\n';
         return 0;
     }
     char tempo[32] = "unknown";
     if (song->tempo) std::snprintf(tempo, sizeof tempo, "%.1f", *song->tempo);
-    context.out() << "Song " << song->name << ", tempo " << tempo << '\n';
+    context.out() << "Song " << Output::plainText(song->name) << ", tempo " << tempo << '\n';
     for (const auto& instrument : song->instruments)
         context.out() << "  " << instrument.index << '\t' << InstrumentInfo::rawValue(instrument.type) << '\t'
-                      << instrument.name << (instrument.samplePath ? "\t" + *instrument.samplePath : "")
+                      << Output::plainText(instrument.name)
+                      << (instrument.samplePath ? "\t" + Output::plainText(*instrument.samplePath) : "")
                       << '\n';
     return 0;
 }
@@ -55,15 +56,15 @@ int printInstrument(CliContext& context, const fs::path& file) {
     const auto instrument = M8SongParser::parseInstrumentInfo(file);
     const char* type = InstrumentInfo::rawValue(instrument.type);
     if (context.json()) {
-        context.out() << nlohmann::json{{"type", type},
-                                        {"name", instrument.name},
-                                        {"samplePath", optionalText(instrument.samplePath)}}
-                             .dump(2)
+        context.out() << Output::jsonText({{"type", type},
+                                           {"name", instrument.name},
+                                           {"samplePath", optionalText(instrument.samplePath)}})
                       << '\n';
         return 0;
     }
-    context.out() << "Instrument " << instrument.name << ", " << type << '\n'
-                  << "  " << (instrument.samplePath ? *instrument.samplePath : "(no sample)") << '\n';
+    context.out() << "Instrument " << Output::plainText(instrument.name) << ", " << type << '\n'
+                  << "  " << (instrument.samplePath ? Output::plainText(*instrument.samplePath) : "(no sample)")
+                  << '\n';
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/CliError.h"
+#include "cli/Output.h"
 #include "content/M8ContentScanner.h"
 
 namespace tapekeep::cli {
@@ -16,11 +17,12 @@ int SummaryCommand::run(CliContext& context, Arguments arguments) {
     if (context.json()) {
         auto list = nlohmann::json::array();
         for (const auto& count : counts) list.push_back({{"label", count.label}, {"count", count.count}});
-        context.out() << nlohmann::json{{"counts", list}}.dump(2) << '\n';
+        context.out() << Output::jsonText({{"counts", list}}) << '\n';
         return 0;
     }
     if (counts.empty()) context.out() << "No M8 files\n";
-    for (const auto& count : counts) context.out() << count.label << '\t' << count.count << '\n';
+    for (const auto& count : counts)
+        context.out() << Output::plainText(count.label) << '\t' << count.count << '\n';
     return 0;
 }
 

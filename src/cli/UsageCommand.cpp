@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/CliError.h"
+#include "cli/Output.h"
 #include "content/SampleReferences.h"
 
 namespace tapekeep::cli {
@@ -66,22 +67,22 @@ int UsageCommand::run(CliContext& context, Arguments arguments) {
     if (operands.size() == 2) {
         const auto unused = unusedSamples(version, index);
         if (context.json()) {
-            context.out() << nlohmann::json{{"unused", unused}}.dump(2) << '\n';
+            context.out() << Output::jsonText({{"unused", unused}}) << '\n';
             return 0;
         }
-        for (const auto& sample : unused) context.out() << sample << '\n';
+        for (const auto& sample : unused) context.out() << Output::plainText(sample) << '\n';
         return 0;
     }
     const std::string& file = operands[2];
     const auto users = usersOf(version, file, index);
     if (context.json()) {
-        context.out() << nlohmann::json{{"file", file}, {"users", users}, {"label", usageLabel(users)}}.dump(
-                             2)
+        context.out() << Output::jsonText({{"file", file}, {"users", users}, {"label", usageLabel(users)}})
                       << '\n';
         return 0;
     }
-    context.out() << (users.empty() ? "Used by nothing" : "Used by " + usageLabel(users)) << '\n';
-    for (const auto& user : users) context.out() << "  " << user << '\n';
+    context.out() << (users.empty() ? "Used by nothing" : "Used by " + Output::plainText(usageLabel(users)))
+                  << '\n';
+    for (const auto& user : users) context.out() << "  " << Output::plainText(user) << '\n';
     return 0;
 }
 

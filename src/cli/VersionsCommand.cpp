@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "backup/BackupRepository.h"
+#include "cli/Output.h"
 #include "core/Timestamp.h"
 
 namespace tapekeep::cli {
@@ -29,14 +30,14 @@ int VersionsCommand::run(CliContext& context, Arguments arguments) {
     if (context.json()) {
         auto list = nlohmann::json::array();
         for (const auto& version : versions) list.push_back(versionJson(version));
-        context.out() << nlohmann::json{{"versions", list}}.dump(2) << '\n';
+        context.out() << Output::jsonText({{"versions", list}}) << '\n';
         return 0;
     }
-    if (versions.empty()) context.out() << "No versions in " << folder.string() << ".\n";
+    if (versions.empty()) context.out() << "No versions in " << Output::plainText(folder.string()) << ".\n";
     for (const auto& version : versions) {
         const std::string note = BackupRepository::readNote(version.url);
-        context.out() << version.folderName << (version.isLatest ? "\tlatest" : "\t")
-                      << (note.empty() ? "" : "\t") << note << '\n';
+        context.out() << Output::plainText(version.folderName) << (version.isLatest ? "\tlatest" : "\t")
+                      << (note.empty() ? "" : "\t") << Output::plainText(note) << '\n';
     }
     return 0;
 }

@@ -4,8 +4,10 @@
 #include <nlohmann/json.hpp>
 #include <tuple>
 
+#include "app/AppSettings.h"
 #include "cli/CliError.h"
 #include "cli/ControllerSession.h"
+#include "cli/Output.h"
 
 namespace tapekeep::cli {
 
@@ -28,7 +30,7 @@ public:
             auto& printed = printedLines_[uuid];
             if (log.size() < printed) printed = 0;  // a new run starts a new log
             for (; printed < log.size(); ++printed)
-                context_.err() << card.volumeName << ": " << log[printed] << '\n';
+                context_.err() << Output::plainText(card.volumeName + ": " + log[printed]) << '\n';
         }
     }
 
@@ -43,18 +45,19 @@ private:
         if (last == current) return;
         last = current;
         if (context_.json()) {
-            context_.out() << nlohmann::json{{"uuid", card.diskUtilUUID},
-                                             {"volumeName", card.volumeName},
-                                             {"state", std::get<0>(current)},
-                                             {"message", state.message},
-                                             {"freshness", freshness ? nlohmann::json(freshnessLabel)
-                                                                     : nlohmann::json(nullptr)}}
-                                  .dump()
+            context_.out() << Output::jsonText({{"uuid", card.diskUtilUUID},
+                                                {"volumeName", card.volumeName},
+                                                {"state", std::get<0>(current)},
+                                                {"message", state.message},
+                                                {"freshness", freshness ? nlohmann::json(freshnessLabel)
+                                                                        : nlohmann::json(nullptr)}},
+                                               -1)
                            << std::endl;
             return;
         }
-        context_.out() << card.volumeName << '\t' << std::get<0>(current) << '\t' << freshnessLabel
-                       << (state.message.empty() ? "" : "\t" + state.message) << std::endl;
+        context_.out() << Output::plainText(card.volumeName) << '\t' << std::get<0>(current) << '\t'
+                       << Output::plainText(freshnessLabel)
+                       << (state.message.empty() ? "" : "\t" + Output::plainText(state.message)) << std::endl;
     }
 
     CliContext& context_;
@@ -69,6 +72,7 @@ private:
 int WatchCommand::run(CliContext& context, Arguments arguments) {
     const bool automatic = arguments.takeFlag("--auto");
     arguments.operands(0, 0, usage());
+    if (automatic || context.settings().autoBackupOnConnect()) context.refuseUnusableKeepCount();
     BackupViewModel::Dependencies dependencies;
     if (automatic) dependencies.autoBackupOnConnectOverride = true;
     ControllerSession session(context, std::move(dependencies));

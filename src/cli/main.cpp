@@ -11,6 +11,7 @@
 #include "cli/ChangesCommand.h"
 #include "cli/CliError.h"
 #include "cli/EjectCommand.h"
+#include "cli/Output.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SongCommand.h"
@@ -72,6 +73,8 @@ std::size_t readGlobalOptions(const std::vector<std::string>& words, GlobalOptio
             options.json = true;
         else if (word == "--help")
             break;
+        else if (word == "--")
+            return i + 1;  // the command follows, even one that looks like an option
         else
             throw UsageError("Unknown option " + word + ".");
     }
@@ -96,7 +99,8 @@ int runCommand(const std::vector<std::string>& words) {
         CliContext context(options, std::cout, std::cerr);
         return command->run(context, std::move(arguments));
     }
-    throw UsageError("Unknown command \"" + words[index] + "\".\n" + overallUsage(commands));
+    std::cerr << overallUsage(commands);
+    throw UsageError("Unknown command \"" + words[index] + "\".");
 }
 
 }  // namespace
@@ -109,13 +113,13 @@ int main(int argc, char** argv) {
     try {
         return runCommand(words);
     } catch (const UsageError& error) {
-        std::cerr << error.what() << '\n';
+        std::cerr << Output::plainText(error.what()) << '\n';
         return ExitCode::usage;
     } catch (const Cancelled&) {
         std::cerr << "Cancelled.\n";
         return ExitCode::cancelled;
     } catch (const std::exception& error) {
-        std::cerr << error.what() << '\n';
+        std::cerr << Output::plainText(error.what()) << '\n';
         return ExitCode::failed;
     }
 }

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "core/Utf8.h"
+
 namespace tapekeep {
 namespace {
 
@@ -58,12 +60,13 @@ void Log::setThreshold(Level level) {
 void Log::write(Level level, const std::string& message) const {
     std::lock_guard lock(logMutex());
     if (level < threshold()) return;
+    // One line each, whatever a name in the message holds.
     std::fprintf(stderr, "org.tapekeep.backup [%s] %s: %s\n", category_.c_str(), levelName(level),
-                 message.c_str());
+                 escapedControlCharacters(message).c_str());
 }
 
 void Log::console(const std::string& message) const {
-    const std::string line = "[" + category_ + "] " + message;
+    const std::string line = "[" + category_ + "] " + escapedControlCharacters(message);
     std::lock_guard lock(logMutex());
     if (consoleSink()) {
         consoleSink()(line);

@@ -7,7 +7,8 @@ namespace tapekeep {
 
 // The platform logger: subsystem "org.tapekeep.backup", category = the type's name.
 // Messages go to standard error at or above the level set by TAPEKEEP_LOG_LEVEL
-// (debug, info, error; default error). Thread-safe.
+// (debug, info, error; default error), each on one line: control characters in a message are
+// printed as visible escapes. Thread-safe.
 class Log {
 public:
     enum class Level { debug, info, error };

@@ -73,6 +73,47 @@ void appendMixed(std::string& out, std::string_view bytes) {
     }
 }
 
+// The prefix and the byte in two lower-case hex digits.
+void appendHexEscape(std::string& out, const char* prefix, unsigned char value) {
+    constexpr const char* digits = "0123456789abcdef";
+    out += prefix;
+    out += digits[value >> 4];
+    out += digits[value & 0xF];
+}
+
+void appendEscapedAscii(std::string& out, char character) {
+    switch (character) {
+        case '\n':
+            out += "\\n";
+            return;
+        case '\r':
+            out += "\\r";
+            return;
+        case '\t':
+            out += "\\t";
+            return;
+        default:
+            appendHexEscape(out, "\\x", static_cast<unsigned char>(character));
+    }
+}
+
+bool isAsciiControl(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte < 0x20 || byte == 0x7F;
+}
+
+// A well-formed sequence, kept unless it encodes a C1 control (U+0080-U+009F,
+// always the two bytes C2 80-C2 9F).
+void appendEscapedSequence(std::string& out, std::string_view sequence) {
+    const auto lead = static_cast<unsigned char>(sequence[0]);
+    const auto second = static_cast<unsigned char>(sequence[1]);
+    if (lead == 0xC2 && second <= 0x9F) {
+        appendHexEscape(out, "\\u00", second);
+        return;
+    }
+    out.append(sequence);
+}
+
 // The length of the code point at `offset`, or 0 with no code point for bytes that are not UTF-8.
 std::size_t decodeAt(std::string_view text, std::size_t offset, utf8proc_int32_t& codePoint) {
     codePoint = -1;
@@ -106,6 +147,31 @@ std::string repairUtf8(std::string_view bytes) {
     std::string out;
     out.reserve(bytes.size());
     appendRepairedUtf8(out, bytes);
+    return out;
+}
+
+std::string escapedControlCharacters(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        if (static_cast<unsigned char>(text[0]) < 0x80) {
+            if (isAsciiControl(text[0]))
+                appendEscapedAscii(out, text[0]);
+            else
+                out += text[0];
+            text.remove_prefix(1);
+            continue;
+        }
+        const int length = measureSequence(text);
+        const auto size = static_cast<std::size_t>(length > 0 ? length : -length);
+        if (length > 0) {
+            appendEscapedSequence(out, text.substr(0, size));
+        } else {
+            for (std::size_t i = 0; i < size; ++i)
+                appendHexEscape(out, "\\x", static_cast<unsigned char>(text[i]));
+        }
+        text.remove_prefix(size);
+    }
     return out;
 }
 

@@ -13,6 +13,12 @@ std::string repairUtf8(std::string_view bytes);
 // The same, appended to `out`, so that a caller decoding many lines can reuse one buffer.
 void appendRepairedUtf8(std::string& out, std::string_view bytes);
 
+// The text as a terminal may show it on one line without acting on it: the C0 controls, DEL and the
+// C1 controls become visible escapes ("\n", "\r", "\t", "\x1b", "\x7f", "\u009b"), each byte that is not
+// UTF-8 becomes "\xNN", and everything else is kept. Names from a card go through this before they
+// are printed, so that none can forge a line or drive the terminal. Any thread.
+[[nodiscard]] std::string escapedControlCharacters(std::string_view text);
+
 // True when all of the bytes are well-formed UTF-8. Any thread.
 [[nodiscard]] bool isValidUtf8(std::string_view bytes);
 

@@ -1,6 +1,7 @@
 #include "app/AppSettings.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <QVariant>
 
@@ -105,6 +106,11 @@ TEST_F(AppSettingsTest, SetterNotifiesOnlyWhenTheValueReallyChanges) {
     settings->setKeepCount(8);
     EXPECT_EQ(*keepCountChanges, 1);
 
+    settings->setKeepCount(0);  // would keep one version and delete the rest: refused
+    settings->setKeepCount(-2);
+    EXPECT_EQ(*keepCountChanges, 1);
+    EXPECT_EQ(settings->keepCount(), 8);
+
     settings->setM8Accent("blue");  // not an accent: refused
     EXPECT_EQ(*accentChanges, 0);
     EXPECT_EQ(settings->m8Accent(), "pink");
@@ -121,6 +127,35 @@ TEST_F(AppSettingsTest, FailedWriteNeitherThrowsNorNotifies) {
     EXPECT_NO_THROW(settings.setKeepCount(9));
     EXPECT_EQ(*changes, 0);
     EXPECT_EQ(settings.keepCount(), 5);
+}
+
+TEST_F(AppSettingsTest, StoredKeepCountBelowOneReadsAsStoredSoThatItsUserCanRefuseIt) {
+    store.setValue("keepCount", 0);
+    EXPECT_EQ(open()->keepCount(), 0);
+}
+
+// The start-up repairs must not replace a file that the user can still fix, nor fail the program:
+// the repaired rsync is used unstored, every other setting reads as its default.
+TEST_F(AppSettingsTest, DamagedFileIsNotRepairedNorWrittenAndTheRepairedRsyncIsUsedAllTheSame) {
+    const fs::path file = store.file();
+    const std::string damaged = R"({"keepCount": 9, "m8AutoEjectAfterBackup": true,})";
+    writeFile(file, damaged);
+    struct stat before {};
+    ASSERT_EQ(::stat(file.c_str(), &before), 0);
+    const auto found = makeExecutable(temp / "bin/rsync").string();
+
+    auto settings = open(found);
+    EXPECT_EQ(settings->rsyncPath().toStdString(), found);
+    EXPECT_EQ(settings->keepCount(), 5);
+    EXPECT_FALSE(settings->autoEjectOnCompletion());
+    auto changes = countEmissions(*settings, &AppSettings::keepCountChanged);
+    EXPECT_NO_THROW(settings->setKeepCount(3));
+    EXPECT_EQ(*changes, 0);
+
+    struct stat after {};
+    ASSERT_EQ(::stat(file.c_str(), &after), 0);
+    EXPECT_EQ(readFile(file), damaged);
+    EXPECT_EQ(after.st_ino, before.st_ino);
 }
 
 TEST_F(AppSettingsTest, TwoInstancesOnOneFileSeeEachOthersWrites) {

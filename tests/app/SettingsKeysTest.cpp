@@ -34,6 +34,10 @@ TEST(SettingsKeysTest, ParsesCommandLineTextIntoTheKeysType) {
         {"keepCount", "5.0", std::nullopt},
         {"keepCount", " 5", std::nullopt},
         {"keepCount", "99999999999", std::nullopt},
+        {"keepCount", "1", json(1)},
+        {"keepCount", "0", std::nullopt},  // rotation would keep one version and delete the rest
+        {"keepCount", "-3", std::nullopt},
+        {"autoBackupDelaySeconds", "0", json(0)},
         {"m8RotateEnabled", "true", json(true)},
         {"m8RotateEnabled", "TRUE", std::nullopt},
         {"rsyncPath", "/opt/rsync 3/bin/rsync", json("/opt/rsync 3/bin/rsync")},
@@ -71,6 +75,7 @@ TEST(SettingsKeysTest, DescribesWhatAKeyAccepts) {
     EXPECT_EQ(SettingsKeys::describeExpected(*SettingsKeys::find("m8TypeModeRaw")), "one of: mono, sans");
     EXPECT_EQ(SettingsKeys::describeExpected(*SettingsKeys::find("menuBarMode")), "true or false");
     EXPECT_EQ(SettingsKeys::describeExpected(*SettingsKeys::find("autoBackupDelaySeconds")), "an integer");
+    EXPECT_EQ(SettingsKeys::describeExpected(*SettingsKeys::find("keepCount")), "an integer of at least 1");
     EXPECT_EQ(SettingsKeys::find("rotateBackups"), nullptr);  // properties are not keys
 }
 

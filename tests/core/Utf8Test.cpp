@@ -37,6 +37,24 @@ TEST(Utf8Test, ReplacesEachMaximalIllFormedSubpart) {
     EXPECT_EQ(buffer, "line: ok" + R);
 }
 
+TEST(Utf8Test, EscapesWhatATerminalWouldActOnAndKeepsEverythingElse) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"K\xC3\xB6ln \xE6\x97\xA5 \xF0\x9F\x8E\xB5 \\n", "K\xC3\xB6ln \xE6\x97\xA5 \xF0\x9F\x8E\xB5 \\n"},
+        {"SONG\nfake line", "SONG\\nfake line"},
+        {"a\r\tb", "a\\r\\tb"},
+        {"\x1b]0;title\x07\x1b[2J", "\\x1b]0;title\\x07\\x1b[2J"},
+        {std::string("nul\0del\x7f", 8), "nul\\x00del\\x7f"},
+        {"csi\xC2\x9B"
+         "2J nel\xC2\x85 nbsp\xC2\xA0",
+         "csi\\u009b2J nel\\u0085 nbsp\xC2\xA0"},
+        {"CARD\xFF", "CARD\\xff"},
+        {"cut\xE6\x97", "cut\\xe6\\x97"},
+        {"\x9B[31m", "\\x9b[31m"},  // a lone C1 byte, as a Latin-1 terminal would read it
+    };
+    for (const auto& [input, expected] : cases)
+        EXPECT_EQ(escapedControlCharacters(input), expected) << ::testing::PrintToString(input);
+}
+
 // Each trim rule against the same inputs, so that the difference between the rules shows.
 TEST(Utf8Test, TrimsOnlyTheirOwnWhitespaceAndOnlyAtBothEnds) {
     const struct {
