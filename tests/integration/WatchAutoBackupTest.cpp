@@ -122,7 +122,8 @@ TEST_F(WatchAutoBackupTest, LeavesAPresentCardAloneAndCancelsTheCountdownOfAPull
     const auto known = waitForLine(*watcher, freshness("NO BACKUP YET"));
     ASSERT_TRUE(known) << watcher->out() << watcher->err();
     const auto early = lines(*watcher);
-    for (std::size_t i = 0; i <= *known; ++i) EXPECT_EQ(early[i].at("state"), "idle") << early[i].dump();
+    for (std::size_t i = 0; i <= *known; ++i)
+        EXPECT_EQ(early[i].at("state"), std::string("idle")) << early[i].dump();
     const auto gone = pullCard(*watcher, *known);
     ASSERT_TRUE(gone) << watcher->out() << watcher->err();
     card_->mount();

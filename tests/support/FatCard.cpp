@@ -94,9 +94,10 @@ void FatCard::mount() {
 void FatCard::unmount() {
     thaw();
     if (!mounted_) return;
-    // fusefat writes back lazily; a busy mount is retried briefly before giving up. A card that was
+    // fusefat writes back lazily: a busy mount is retried until it is free, which may take a while on
+    // a busy machine; the limit only keeps a broken mount from hanging the tests. A card that was
     // ejected by the code under test is done.
-    for (int attempt = 0; attempt < 20; ++attempt) {
+    for (int attempt = 0; attempt < 600; ++attempt) {
         if (!isMountPoint(mountPath_) || runShell("fusermount -u " + shellQuote(mountPath_.string())) == 0) {
             mounted_ = false;
             return;
