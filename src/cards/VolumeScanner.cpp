@@ -13,6 +13,7 @@
 #include "core/Error.h"
 #include "core/NaturalOrder.h"
 #include "core/SettingsStore.h"
+#include "core/TimeLimitedCall.h"
 #include "core/Utf8.h"
 #include "platform/LinuxDiskIdentity.h"
 #include "platform/MountTable.h"
@@ -97,15 +98,29 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
 }
 
 // The mount table names mount points by their real paths, so a root reached through a symbolic
-// link ("/media" -> "/run/media") is resolved first.
-std::vector<path> resolvedRoots(const std::vector<path>& roots) {
-    std::vector<path> resolved;
-    for (const path& root : roots) {
-        std::error_code error;
-        const path real = std::filesystem::weakly_canonical(root, error);
-        resolved.push_back(error ? root : real);
-    }
-    return resolved;
+// link ("/media" -> "/run/media") is resolved first. A root that is itself a mount point may not
+// answer: then the roots are taken as given.
+std::vector<path> resolvedRoots(const std::vector<path>& roots, SteadyClock::duration limit) {
+    auto resolve = [roots] {
+        std::vector<path> resolved;
+        for (const path& root : roots) {
+            std::error_code error;
+            const path real = std::filesystem::weakly_canonical(root, error);
+            resolved.push_back(error ? root : real);
+        }
+        return resolved;
+    };
+    return callWithTimeLimit(std::move(resolve), limit).value_or(roots);
+}
+
+SteadyClock::duration asLimit(std::chrono::duration<double> timeout) {
+    return std::chrono::duration_cast<SteadyClock::duration>(timeout);
+}
+
+// Whether the volume is a directory, or nothing when it gave no answer within the limit.
+std::optional<bool> isDirectoryWithin(const path& volume, SteadyClock::duration limit,
+                                      std::stop_token token) {
+    return callWithTimeLimit([volume] { return isExistingDirectory(volume); }, limit, std::move(token));
 }
 
 void logExclusion(const Log& log, const std::string& name, const std::string& reason) {
@@ -131,6 +146,22 @@ ProbeOutcome outcomeOfFailure(const std::string& name, const std::exception_ptr&
     return ProbeOutcome::ignored(name, Reason::diskutilFailed);
 }
 
+// Everything a scan learns about one candidate, every touch of its mount point included: a mount
+// whose file system stopped answering blocks the touching thread in the kernel for good. The marker
+// test comes last, only for external volumes with a UUID.
+ProbeOutcome probe(const path& volume, const VolumeScanner::DiskInfoProvider& diskInfoProvider,
+                   const VolumeScanner::CardDetector& cardDetector, std::stop_token token) {
+    const std::string name = volumeName(volume);
+    if (!isExistingDirectory(volume)) return ProbeOutcome::ignored(name, Reason::notDirectory);
+    DiskInfo info;
+    try {
+        info = diskInfoProvider(volume, std::move(token));
+    } catch (...) {
+        return outcomeOfFailure(name, std::current_exception());
+    }
+    return examine(volume, info, cardDetector);
+}
+
 // The coordination of one scan's probes; guarded by mutex.
 struct ProbeGroup {
     std::mutex mutex;
@@ -145,34 +176,20 @@ struct ProbeSlot {
     SteadyClock::time_point deadline;
     std::thread thread;  // touched by the scan only
     // ---
-    bool diskInfoArrived = false;  // the race is decided for the disk: the deadline no longer applies
-    bool abandoned = false;        // overran its deadline: the thread finishes alone and reports nothing
     bool finished = false;
     std::optional<ProbeOutcome> outcome;
     std::exception_ptr error;  // a cancellation, or an error of the card detector
 };
 
-// The body of a probe's thread. Owns copies of everything it uses, because an abandoned probe
-// may outlive its scan and its scanner.
+// The body of a probe's thread. Owns copies of everything it uses, because a probe that overran
+// its deadline is left behind and may outlive its scan and its scanner, for good when the kernel
+// never answers.
 void runProbe(std::shared_ptr<ProbeGroup> group, std::shared_ptr<ProbeSlot> slot,
               VolumeScanner::DiskInfoProvider diskInfoProvider, VolumeScanner::CardDetector cardDetector) {
-    std::optional<DiskInfo> info;
-    std::exception_ptr failure;
-    try {
-        info = diskInfoProvider(slot->volume, slot->stopSource.get_token());
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    {
-        std::lock_guard lock(group->mutex);
-        if (slot->abandoned) return;
-        slot->diskInfoArrived = true;
-    }
     std::optional<ProbeOutcome> outcome;
     std::exception_ptr error;
     try {
-        outcome = info ? examine(slot->volume, *info, cardDetector)
-                       : outcomeOfFailure(volumeName(slot->volume), failure);
+        outcome = probe(slot->volume, diskInfoProvider, cardDetector, slot->stopSource.get_token());
     } catch (...) {
         error = std::current_exception();
     }
@@ -183,9 +200,14 @@ void runProbe(std::shared_ptr<ProbeGroup> group, std::shared_ptr<ProbeSlot> slot
     group->changed.notify_all();
 }
 
+// How long a cancelled scan waits for its probes to see their stop (a disk tool is killed, say)
+// before it leaves those that are blocked where no stop reaches.
+constexpr auto stopGracePeriod = std::chrono::milliseconds(500);
+
 // Probes the candidates, at most `limit` at a time, starting the next in list order whenever one
-// ends. Outcomes come in order of completion. A cancellation (of the scan, or thrown by a probe)
-// stops every running probe, waits for them and throws.
+// ends. Outcomes come in order of completion. A probe that has not finished by its deadline is
+// left to finish alone and counts as timed out. A cancellation (of the scan, or thrown by a probe)
+// stops every running probe, waits a little for them and throws.
 class ProbeRun {
 public:
     ProbeRun(const std::vector<path>& candidates, const VolumeScanner::DiskInfoProvider& diskInfoProvider,
@@ -194,7 +216,7 @@ public:
         : candidates_(candidates),
           diskInfoProvider_(diskInfoProvider),
           cardDetector_(cardDetector),
-          timeout_(std::chrono::duration_cast<SteadyClock::duration>(timeout)),
+          timeout_(asLimit(timeout)),
           limit_(static_cast<std::size_t>(std::max(1, limit))),
           token_(std::move(token)) {}
 
@@ -206,18 +228,18 @@ public:
     }
 
     std::vector<ProbeOutcome> run() {
-        for (;;) {
-            if (token_.stop_requested() && !failure_) failure_ = std::make_exception_ptr(Cancelled());
-            if (failure_)
-                stopAll();
-            else
-                fillSlots();
-            if (running_.empty()) break;
+        while (!failure_) {
+            if (token_.stop_requested()) {
+                failure_ = std::make_exception_ptr(Cancelled());
+                break;
+            }
+            fillSlots();
+            if (running_.empty()) return std::move(outcomes_);
             waitForChange();
             harvest();
         }
-        if (failure_) std::rethrow_exception(failure_);
-        return std::move(outcomes_);
+        stopRunning();
+        std::rethrow_exception(failure_);
     }
 
 private:
@@ -238,32 +260,23 @@ private:
         running_.push_back(std::move(slot));
     }
 
-    void stopAll() {
-        for (auto& slot : running_) slot->stopSource.request_stop();
-    }
-
-    // Wakes on a finished probe or the earliest deadline; before a cancellation also on the scan's
-    // token. Afterwards the stops have been passed on, and only the probes themselves can end it.
+    // Wakes on a finished probe, the earliest deadline or the scan's token.
     void waitForChange() {
         std::unique_lock lock(group_->mutex);
-        const auto anyFinished = [this] {
-            return std::any_of(running_.begin(), running_.end(),
-                               [](const auto& slot) { return slot->finished; });
-        };
-        const std::stop_token wake = failure_ ? std::stop_token() : token_;
-        if (const auto deadline = earliestDeadline())
-            group_->changed.wait_until(lock, wake, *deadline, anyFinished);
-        else
-            group_->changed.wait(lock, wake, anyFinished);
+        group_->changed.wait_until(lock, token_, earliestDeadline(), [this] { return anyFinished(); });
     }
 
     // Under the group's lock.
-    std::optional<SteadyClock::time_point> earliestDeadline() const {
-        std::optional<SteadyClock::time_point> earliest;
-        for (const auto& slot : running_)
-            if (!slot->diskInfoArrived && (!earliest || slot->deadline < *earliest))
-                earliest = slot->deadline;
-        return earliest;
+    bool anyFinished() const {
+        return std::any_of(running_.begin(), running_.end(), [](const auto& slot) { return slot->finished; });
+    }
+    bool allFinished() const {
+        return std::all_of(running_.begin(), running_.end(), [](const auto& slot) { return slot->finished; });
+    }
+    SteadyClock::time_point earliestDeadline() const {
+        return (*std::min_element(running_.begin(), running_.end(),
+                                  [](const auto& a, const auto& b) { return a->deadline < b->deadline; }))
+            ->deadline;
     }
 
     void harvest() {
@@ -274,7 +287,7 @@ private:
             for (const auto& slot : running_) {
                 if (slot->finished)
                     finished.push_back(slot);
-                else if (!slot->diskInfoArrived && now >= slot->deadline)
+                else if (now >= slot->deadline)
                     overdue.push_back(slot);
             }
         }
@@ -298,11 +311,30 @@ private:
         outcomes_.push_back(ProbeOutcome::ignored(volumeName(slot.volume), Reason::diskutilTimedOut));
     }
 
-    void abandon(ProbeSlot& slot) {
+    // Passes the stop on to every running probe and gives them the grace period to end; those that
+    // do are joined, the others left behind.
+    void stopRunning() {
+        for (auto& slot : running_) slot->stopSource.request_stop();
         {
-            std::lock_guard lock(group_->mutex);
-            slot.abandoned = true;
+            std::unique_lock lock(group_->mutex);
+            group_->changed.wait_for(lock, stopGracePeriod, [this] { return allFinished(); });
         }
+        for (auto& slot : running_) {
+            bool finished = false;
+            {
+                std::lock_guard lock(group_->mutex);
+                finished = slot->finished;
+            }
+            if (finished)
+                slot->thread.join();
+            else
+                abandon(*slot);
+        }
+        running_.clear();
+    }
+
+    // The thread keeps its own references to the slot and the group, so it may go on alone.
+    static void abandon(ProbeSlot& slot) {
         slot.stopSource.request_stop();
         if (slot.thread.joinable()) slot.thread.detach();
     }
@@ -366,8 +398,8 @@ VolumeScanner::VolumeScanner(Configuration configuration)
       probeTimeout_(configuration.probeTimeout),
       concurrencyLimit_(configuration.concurrencyLimit) {
     if (!volumesProvider_)
-        volumesProvider_ = [roots = std::move(configuration.volumeRoots)] {
-            return MountTable::readLive().volumesBelow(resolvedRoots(roots));
+        volumesProvider_ = [roots = std::move(configuration.volumeRoots), limit = asLimit(probeTimeout_)] {
+            return MountTable::readLive().volumesBelow(resolvedRoots(roots, limit));
         };
     if (!diskInfoProvider_) diskInfoProvider_ = LinuxDiskIdentity::diskInfo;
     if (!cardDetector_) cardDetector_ = isM8Card;
@@ -409,7 +441,8 @@ std::set<std::string> VolumeScanner::userExcludedNames() const {
     return settings_ ? parseExclusionList(settings_->string(excludedVolumesKey)) : std::set<std::string>();
 }
 
-// The volumes worth probing, in list order; the others are logged and counted nowhere.
+// The volumes worth probing, in list order; the others are logged and counted nowhere. Decided by
+// name alone: whether a volume is a directory is learnt by its probe, within its time limit.
 std::vector<path> VolumeScanner::candidatesAmong(const std::vector<path>& volumes) const {
     const std::set<std::string> userNames = userExcludedNames();
     std::vector<path> candidates;
@@ -419,8 +452,6 @@ std::vector<path> VolumeScanner::candidatesAmong(const std::vector<path>& volume
             logExclusion(log_, name, Reason::defaultExclusion);
         else if (userNames.contains(name))
             logExclusion(log_, name, Reason::userExclusion);
-        else if (!isExistingDirectory(volume))
-            logExclusion(log_, name, Reason::notDirectory);
         else
             candidates.push_back(volume);
     }
@@ -444,8 +475,13 @@ ValidateResult VolumeScanner::validate(const std::string& uuid, std::stop_token 
     bool attemptedProbe = false, sawSuccessfulProbe = false;
     for (const path& volume : volumes) {
         throwIfCancelled(token);
-        if (!isExistingDirectory(volume)) continue;
+        const std::optional<bool> isDirectory = isDirectoryWithin(volume, asLimit(probeTimeout_), token);
+        if (isDirectory == false) continue;
         attemptedProbe = true;
+        if (!isDirectory) {
+            log_.debug("Volume " + volume.string() + " did not answer within the probe timeout");
+            continue;
+        }
         DiskInfo info;
         try {
             info = diskInfoProvider_(volume, token);

@@ -28,8 +28,10 @@ bool isM8Card(const std::filesystem::path& volume);
 //
 // A serial service: scan and validate hold one lock for their whole run, so callers on any thread
 // wait for each other. A scan probes up to concurrencyLimit volumes at once, each on a thread of
-// its own and each given probeTimeout to answer; a probe that overruns is asked to stop and left
-// to finish alone, so a stuck disk costs its slot no longer than the timeout.
+// its own and each given probeTimeout to answer, every touch of the mount point included (a FUSE
+// mount whose daemon stopped answering blocks the touching thread in the kernel for good). A probe
+// that overruns is asked to stop and left to finish alone, so a stuck disk or mount costs its slot
+// no longer than the timeout and never holds up a cancelled scan.
 class VolumeScanner {
 public:
     // The candidate volumes, in order. What it throws, scan throws.
@@ -74,10 +76,13 @@ public:
     [[nodiscard]] int concurrencyLimit() const { return concurrencyLimit_; }
 
     // The M8 cards among the volumes. A volume that cannot be probed is left out, never failing the
-    // scan. Throws what volumesProvider throws, and Cancelled once every probe has been stopped.
+    // scan. Throws what volumesProvider throws, and Cancelled once every probe has been asked to
+    // stop (and those that could, have).
     ScanResult scan(std::stop_token token = {}) const;
 
-    // Looks the card up by UUID alone: no exclusion list, no marker test, no timeout. An empty UUID
+    // Looks the card up by UUID alone: no exclusion list, no marker test, no timeout on the disk's
+    // answer. Only the test whether a volume is a directory, the one touch of its mount point, is
+    // given probeTimeout; a volume that does not answer it counts as a failed probe. An empty UUID
     // is notFound; scanFailed when listing failed or every probe failed. Throws only Cancelled.
     ValidateResult validate(const std::string& uuid, std::stop_token token = {}) const;
 

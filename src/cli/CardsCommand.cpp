@@ -4,12 +4,13 @@
 
 #include "cards/VolumeScanner.h"
 #include "cli/Output.h"
+#include "cli/SignalCancellation.h"
 
 namespace tapekeep::cli {
 
 int CardsCommand::run(CliContext& context, Arguments arguments) {
     arguments.operands(0, 0, usage());
-    const auto result = context.makeScanner()->scan({});
+    const auto result = context.makeScanner()->scan(SignalCancellation::token());
     if (context.json()) {
         auto cards = nlohmann::json::array();
         for (const auto& card : result.cards)

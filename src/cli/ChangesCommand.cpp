@@ -10,9 +10,8 @@ namespace tapekeep::cli {
 
 int ChangesCommand::run(CliContext& context, Arguments arguments) {
     const auto operands = arguments.operands(1, 1, usage());
-    SignalCancellation interrupts;
-    const SDCard card = context.resolveCard(operands.front(), interrupts.token());
-    const auto comparison = CardComparison::compare(card, context.baseFolder(), interrupts.token());
+    const SDCard card = context.resolveCard(operands.front(), SignalCancellation::token());
+    const auto comparison = CardComparison::compare(card, context.baseFolder(), SignalCancellation::token());
     std::map<FileDiff::Kind, std::vector<std::string>> paths;
     for (const auto& difference : comparison.differences) paths[difference.kind].push_back(difference.path);
     if (context.json()) {

@@ -30,7 +30,7 @@ void ControllerSession::runUntil(const std::function<bool()>& done) {
     // Signals arrive on their own thread; the check below hands them to the controller.
     bool cancelledAll = false;
     while (!done()) {
-        if (interrupts_.signalled() && !cancelledAll) {
+        if (interrupted() && !cancelledAll) {
             viewModel_->cancelAllOperations();
             cancelledAll = true;
         }

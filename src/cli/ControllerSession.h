@@ -22,7 +22,7 @@ public:
                       bool needsStore = true);
 
     BackupViewModel& viewModel() { return *viewModel_; }
-    [[nodiscard]] bool interrupted() const { return interrupts_.signalled(); }
+    [[nodiscard]] static bool interrupted() { return SignalCancellation::signalled(); }
 
     // Scans once and waits for the result; throws an Error with the scan's error text.
     void scan();
@@ -37,7 +37,6 @@ public:
 private:
     CliContext& context_;
     CliFeedback feedback_;
-    SignalCancellation interrupts_;
     std::unique_ptr<BackupViewModel> viewModel_;
 };
 

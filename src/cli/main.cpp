@@ -14,6 +14,7 @@
 #include "cli/Output.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
+#include "cli/SignalCancellation.h"
 #include "cli/SongCommand.h"
 #include "cli/SummaryCommand.h"
 #include "cli/UsageCommand.h"
@@ -107,6 +108,8 @@ int runCommand(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    // Before any thread starts, so that every thread inherits the blocked signals.
+    const SignalCancellation interrupts;
     QCoreApplication application(argc, argv);  // the controllers' event loop
     std::vector<std::string> words(argv + 1, argv + argc);
     RsyncLogStore::shared().prune(30);

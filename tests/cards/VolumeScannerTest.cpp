@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
+#include <tuple>
 
 #include "FatCard.h"
 #include "TempDir.h"
@@ -15,6 +16,7 @@
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
 #include "core/SettingsStore.h"
+#include "core/TimeLimitedCall.h"
 
 namespace tapekeep {
 namespace {
@@ -195,19 +197,62 @@ VolumeScanner::DiskInfoProvider hangingUntilStopped(std::shared_ptr<ProbeRecord>
     };
 }
 
+// A door that work blocks on until the test opens it, as a thread blocked in the kernel on a mount
+// that stopped answering would; no stop request reaches it. Shared, since the blocked thread may
+// outlive the test's scope.
+struct Gate {
+    std::mutex mutex;
+    std::condition_variable opened;
+    bool isOpen = false;
+
+    void pass() {
+        std::unique_lock lock(mutex);
+        opened.wait(lock, [this] { return isOpen; });
+    }
+    void open() {
+        std::lock_guard lock(mutex);
+        isOpen = true;
+        opened.notify_all();
+    }
+};
+
+// Every part of a probe is under its deadline: the disk's answer, and the marker test on the mount
+// point. Only the quick volume has to answer within the (generous) timeout; the others never do.
 TEST_F(VolumeScannerTest, AStuckProbeCostsOnlyItsOwnVolume) {
     for (const char* name : {"Stuck", "Stuck too", "Quick"}) cardWithFolders(name);
+    const auto isStuck = [](const path& volume) { return volume.filename() != "Quick"; };
+    const auto gate = std::make_shared<Gate>();
+    struct Case {
+        const char* stuckPart;
+        VolumeScanner::DiskInfoProvider diskInfoProvider;
+        VolumeScanner::CardDetector cardDetector;
+    };
     const auto hanging = hangingUntilStopped(record);
-    const auto result =
-        scanner(
-            [hanging](const path& volume, std::stop_token token) {
-                return volume.filename() == "Quick" ? external("QUICK") : hanging(volume, token);
-            },
-            std::chrono::milliseconds(20))
-            .scan();
-    EXPECT_EQ(namesOf(result.cards), std::vector<std::string>{"Quick"});
-    EXPECT_EQ(result.examinedCount, 1);
+    const std::vector<Case> cases{
+        {"disk identity",
+         [=](const path& volume, std::stop_token token) {
+             return isStuck(volume) ? hanging(volume, token) : external("QUICK");
+         },
+         isM8Card},
+        {"marker test", [](const path&, std::stop_token) { return external("QUICK"); },
+         [=](const path& volume) {
+             if (isStuck(volume)) gate->pass();
+             return isM8Card(volume);
+         }},
+    };
+    for (const auto& [stuckPart, diskInfoProvider, cardDetector] : cases) {
+        const VolumeScanner scanning(VolumeScanner::Configuration{
+            .volumesProvider = [list = volumes] { return list; },
+            .diskInfoProvider = diskInfoProvider,
+            .cardDetector = cardDetector,
+            .probeTimeout = std::chrono::seconds(1),
+        });
+        const auto result = scanning.scan();
+        EXPECT_EQ(namesOf(result.cards), std::vector<std::string>{"Quick"}) << stuckPart;
+        EXPECT_EQ(result.examinedCount, 1) << stuckPart;
+    }
     EXPECT_EQ(record->probedNames().size(), 2u);
+    gate->open();
 }
 
 TEST_F(VolumeScannerTest, RunsAtMostTheConcurrencyLimitOfProbesAndEachVolumeOnce) {
@@ -227,19 +272,52 @@ TEST_F(VolumeScannerTest, RunsAtMostTheConcurrencyLimitOfProbesAndEachVolumeOnce
     EXPECT_EQ(probed.size(), 9u);
 }
 
-TEST_F(VolumeScannerTest, CancellingTheScanStopsTheRunningProbesWaitsForThemAndThrows) {
+// A cancelled scan passes the stop on to its probes and returns without waiting for one that no
+// stop reaches.
+TEST_F(VolumeScannerTest, CancellingTheScanStopsTheRunningProbesAndLeavesAStuckOneBehind) {
     for (const char* name : {"A", "B", "C", "D", "E"}) cardWithFolders(name);
-    const auto scanning = scanner(hangingUntilStopped(record), std::chrono::hours(1), 2);
-    std::stop_source cancel;
-    auto scan = std::async(std::launch::async, [&] { return scanning.scan(cancel.get_token()); });
-    {
+    const auto gate = std::make_shared<Gate>();
+    const auto hanging = hangingUntilStopped(record);
+    const auto scanning = std::make_shared<VolumeScanner>(VolumeScanner::Configuration{
+        .volumesProvider = [list = volumes] { return list; },
+        .diskInfoProvider = [gate, hanging, record = record](const path& volume,
+                                                             std::stop_token token) -> DiskInfo {
+            if (volume.filename() != "B") return hanging(volume, token);
+            record->begin(volume);
+            gate->pass();
+            record->end(false);
+            throw Cancelled();
+        },
+        .probeTimeout = std::chrono::hours(1),
+        .concurrencyLimit = 2,
+    });
+    const auto cancel = std::make_shared<std::stop_source>();
+    std::thread canceller([&] {
         std::unique_lock lock(record->mutex);
         record->changed.wait(lock, [&] { return record->running == 2; });
+        cancel->request_stop();
+    });
+    // Where a scan that waits for the stuck probe fails the test instead of stopping it.
+    const auto outcome = callWithTimeLimit(
+        [scanning, cancel]() -> std::string {
+            try {
+                scanning->scan(cancel->get_token());
+                return "returned";
+            } catch (const Cancelled&) {
+                return "cancelled";
+            }
+        },
+        std::chrono::seconds(60));
+    canceller.join();
+    EXPECT_EQ(outcome, std::optional<std::string>("cancelled"));
+    {
+        std::unique_lock lock(record->mutex);
+        record->changed.wait(lock, [&] { return record->stopped == 1; });  // A saw its stop
     }
-    cancel.request_stop();
-    EXPECT_THROW(scan.get(), Cancelled);
-    EXPECT_EQ(record->stopped, 2);  // both had ended when the scan returned
-    EXPECT_EQ(record->probedNames().size(), 2u);
+    auto probed = record->probedNames();
+    std::sort(probed.begin(), probed.end());
+    EXPECT_EQ(probed, (std::vector<std::string>{"A", "B"}));
+    gate->open();
 }
 
 TEST_F(VolumeScannerTest, CancelledProbesAndListingErrorsEndTheScan) {
@@ -259,17 +337,20 @@ TEST_F(VolumeScannerTest, CancelledProbesAndListingErrorsEndTheScan) {
     EXPECT_TRUE(record->probedNames().empty());
 }
 
+// The disk's answer has no timeout in validate: it may take longer than probeTimeout, which bounds
+// only the touch of the mount point (given plenty of time here).
 TEST_F(VolumeScannerTest, ValidateFindsTheCardByUuidAloneWithoutTimeout) {
     cardWithFolders("Other");
     const path data = emptyVolume("Data");  // excluded by name, no marker, internal
     const auto answers = disksByName({{"Other", external("OTHER")}, {"Data", {"WANTED", true}}});
     settings.setValue("excludedVolumes", "Other,Data");
+    const auto timeout = std::chrono::milliseconds(500);
     const auto slow = scanner(
-        [answers](const path& volume, std::stop_token token) {
-            sleepFor(std::chrono::milliseconds(30), token);
+        [answers, timeout](const path& volume, std::stop_token token) {
+            if (volume.filename() == "Data") sleepFor(2 * timeout, token);
             return answers(volume, token);
         },
-        std::chrono::milliseconds(1));
+        timeout);
     EXPECT_EQ(slow.validate("WANTED"), ValidateResult::found(SDCard{data, "Data", "WANTED"}));
     EXPECT_EQ(slow.validate(""), ValidateResult::notFound());
 }
@@ -312,6 +393,34 @@ TEST(VolumeScannerSystemTest, FindsAndValidatesARealCardMountedBelowAVolumeRoot)
 
     card.unmount();
     EXPECT_EQ(scanner.validate(card.uuid()), ValidateResult::notFound());
+}
+
+// A mount that stopped answering (its FUSE daemon is stopped) costs a scan its time limit and
+// nothing more, even when it is a volume root itself; validate goes on past it.
+TEST(VolumeScannerSystemTest, GoesOnPastAMountThatStoppedAnswering) {
+    if (auto reason = test::FatCard::unavailableReason()) GTEST_SKIP() << *reason;
+    test::TempDir folder;
+    test::FatCard hung(folder / "hung.img", folder / "media", "STALLED");
+    test::FatCard card(folder / "card.img", folder / "media", "M8CARD");
+    std::filesystem::create_directories(card.mountPath() / "Songs");
+    std::filesystem::create_directories(card.mountPath() / "Instruments");
+    hung.freeze();
+    const auto scanner = std::make_shared<VolumeScanner>(VolumeScanner::Configuration{
+        .volumeRoots = {folder / "media", hung.mountPath()}, .probeTimeout = std::chrono::seconds(1)});
+
+    // Where a hang fails the test instead of stopping it.
+    const auto answers = callWithTimeLimit(
+        [scanner, uuid = card.uuid()] {
+            return std::make_tuple(scanner->scan(), scanner->validate(uuid), scanner->validate("ELSEWHERE"));
+        },
+        std::chrono::seconds(60));
+    ASSERT_TRUE(answers.has_value()) << "the scanner hung on the stopped mount";
+    const auto& [result, found, elsewhere] = *answers;
+    const SDCard expected{card.mountPath(), "M8CARD", card.uuid()};
+    EXPECT_EQ(result.cards, std::vector<SDCard>{expected});
+    EXPECT_EQ(result.examinedCount, 1);
+    EXPECT_EQ(found, ValidateResult::found(expected));
+    EXPECT_EQ(elsewhere, ValidateResult::notFound());
 }
 
 }  // namespace

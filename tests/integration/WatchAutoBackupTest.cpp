@@ -6,6 +6,7 @@
 #include <csignal>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -50,22 +51,35 @@ protected:
         return result;
     }
 
-    // Waits (generously) until a printed line satisfies the test; false when none did.
-    static bool waitForLine(const CliProcess& process, const std::function<bool(const Json&)>& matches,
-                            std::chrono::seconds limit = std::chrono::seconds(60)) {
-        const auto until = std::chrono::steady_clock::now() + limit;
+    // Waits until a line printed at index `from` or later satisfies the test, and returns its index;
+    // nothing when none did within the generous guard, which only keeps a failing test from hanging.
+    static std::optional<std::size_t> waitForLine(const CliProcess& process,
+                                                  const std::function<bool(const Json&)>& matches,
+                                                  std::size_t from = 0) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (std::chrono::steady_clock::now() < until) {
-            for (const auto& line : lines(process))
-                if (matches(line)) return true;
+            const auto printed = lines(process);
+            for (std::size_t i = from; i < printed.size(); ++i)
+                if (matches(printed[i])) return i;
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
-        return false;
+        return std::nullopt;
     }
 
     static std::function<bool(const Json&)> state(const std::string& name) {
         return [name](const Json& line) { return line.at("state") == name; };
     }
+    static std::function<bool(const Json&)> freshness(const Json& label) {
+        return [label](const Json& line) { return line.at("freshness") == label; };
+    }
 
+    // Pulls the card and waits until the watcher has let it go (its freshness is forgotten), so
+    // that a mount afterwards is surely a newly connected card to it. From the index of the line that
+    // showed the card known, with a freshness; returns the index of the line that showed it gone.
+    std::optional<std::size_t> pullCard(const CliProcess& watcher, std::size_t known) {
+        card_->unmount();
+        return waitForLine(watcher, freshness(nullptr), known + 1);
+    }
     int versionCount() const {
         int count = 0;
         for (const auto& set : fs::directory_iterator(base_))
@@ -81,34 +95,42 @@ protected:
 };
 
 TEST_F(WatchAutoBackupTest, BacksUpACardMountedAfterTheStartAndFollowsItsChanges) {
-    card_->unmount();
     auto watcher = watch();
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const auto known = waitForLine(*watcher, freshness("NO BACKUP YET"));
+    ASSERT_TRUE(known) << watcher->out() << watcher->err();
+    const auto gone = pullCard(*watcher, *known);
+    ASSERT_TRUE(gone) << watcher->out() << watcher->err();
     card_->mount();
-    ASSERT_TRUE(waitForLine(*watcher, state("autoBackupCountdown"))) << watcher->out() << watcher->err();
+    ASSERT_TRUE(waitForLine(*watcher, state("autoBackupCountdown"), *gone))
+        << watcher->out() << watcher->err();
     ASSERT_TRUE(waitForLine(*watcher, state("success"))) << watcher->out() << watcher->err();
-    EXPECT_TRUE(waitForLine(*watcher, [](const Json& line) { return line.at("freshness") == "UP TO DATE"; }))
-        << watcher->out();
+    EXPECT_TRUE(waitForLine(*watcher, freshness("UP TO DATE"))) << watcher->out();
     fs::remove(card_->mountPath() / "Songs/DEMO.m8s");
     writeFile(card_->mountPath() / "Songs/DEMO.m8s", "song, saved again");
-    EXPECT_TRUE(waitForLine(*watcher, [](const Json& line) { return line.at("freshness") == "1 CHANGE"; }))
-        << watcher->out() << watcher->err();
+    EXPECT_TRUE(waitForLine(*watcher, freshness("1 CHANGE"))) << watcher->out() << watcher->err();
     watcher->signal(SIGTERM);
     EXPECT_EQ(watcher->wait(), 0) << watcher->err();
     EXPECT_EQ(versionCount(), 1);
 }
 
+// The countdown is far longer than the test, so that only the pull can end it: the test acts on the
+// states the watcher prints, never on how long something takes.
 TEST_F(WatchAutoBackupTest, LeavesAPresentCardAloneAndCancelsTheCountdownOfAPulledOne) {
-    // A longer countdown, so that the card is surely pulled before it ends on a busy machine.
-    ASSERT_EQ(test::runCli(home(), {"settings", "set", "autoBackupDelaySeconds", "5"}).status, 0);
+    ASSERT_EQ(test::runCli(home(), {"settings", "set", "autoBackupDelaySeconds", "86400"}).status, 0);
     auto watcher = watch();
-    ASSERT_TRUE(waitForLine(*watcher, state("idle"))) << watcher->out() << watcher->err();
-    std::this_thread::sleep_for(std::chrono::seconds(6));  // longer than the countdown
-    card_->unmount();
+    // A present card would be armed by the first scan, before its freshness is known.
+    const auto known = waitForLine(*watcher, freshness("NO BACKUP YET"));
+    ASSERT_TRUE(known) << watcher->out() << watcher->err();
+    const auto early = lines(*watcher);
+    for (std::size_t i = 0; i <= *known; ++i)
+        EXPECT_EQ(early[i].at("state"), std::string("idle")) << early[i].dump();
+    const auto gone = pullCard(*watcher, *known);
+    ASSERT_TRUE(gone) << watcher->out() << watcher->err();
     card_->mount();
-    ASSERT_TRUE(waitForLine(*watcher, state("autoBackupCountdown"))) << watcher->out() << watcher->err();
+    const auto countdown = waitForLine(*watcher, state("autoBackupCountdown"), *gone);
+    ASSERT_TRUE(countdown) << watcher->out() << watcher->err();
     card_->unmount();
-    std::this_thread::sleep_for(std::chrono::seconds(6));  // past the end of the countdown
+    ASSERT_TRUE(waitForLine(*watcher, state("idle"), *countdown + 1)) << watcher->out() << watcher->err();
     watcher->signal(SIGINT);
     EXPECT_EQ(watcher->wait(), 0) << watcher->err();
     for (const auto& line : lines(*watcher)) EXPECT_NE(line.at("state"), "running") << line.dump();

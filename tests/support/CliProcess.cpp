@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <thread>
 
 #include "TempDir.h"
 #include "core/Uuid.h"
@@ -96,11 +97,23 @@ int CliProcess::wait() {
 }
 
 bool CliProcess::hasExited() {
-    if (status_ >= 0) return true;
-    int raw = 0;
-    if (::waitpid(pid_, &raw, WNOHANG) != pid_) return false;
-    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-    return true;
+    return waitAtMost(std::chrono::seconds(0)).has_value();
+}
+
+std::optional<int> CliProcess::waitAtMost(std::chrono::seconds guard) {
+    const auto until = std::chrono::steady_clock::now() + guard;
+    while (status_ < 0) {
+        int raw = 0;
+        const pid_t ended = ::waitpid(pid_, &raw, WNOHANG);
+        if (ended < 0 && errno != EINTR) throw std::runtime_error("lost the tapekeep-cli child");
+        if (ended == pid_) {
+            status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+            break;
+        }
+        if (std::chrono::steady_clock::now() >= until) return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return status_;
 }
 
 std::string CliProcess::out() const {

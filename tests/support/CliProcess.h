@@ -2,8 +2,10 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,9 @@ public:
     void signal(int number) const;
     int wait();        // the exit code, or 128 + signal
     bool hasExited();  // reaps it when it has, without waiting
+    // As wait(), but nothing when the process is still running after the guard: a test that would
+    // otherwise hang fails instead.
+    std::optional<int> waitAtMost(std::chrono::seconds guard);
 
     [[nodiscard]] std::string out() const;
     [[nodiscard]] std::string err() const;

@@ -1,5 +1,6 @@
 #include "FatCard.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "TempDir.h"
 #include "platform/MountTable.h"
 
 namespace tapekeep::test {
@@ -91,10 +93,12 @@ void FatCard::mount() {
 }
 
 void FatCard::unmount() {
+    thaw();
     if (!mounted_) return;
-    // fusefat writes back lazily; a busy mount is retried briefly before giving up. A card that was
+    // fusefat writes back lazily: a busy mount is retried until it is free, which may take a while on
+    // a busy machine; the limit only keeps a broken mount from hanging the tests. A card that was
     // ejected by the code under test is done.
-    for (int attempt = 0; attempt < 20; ++attempt) {
+    for (int attempt = 0; attempt < 600; ++attempt) {
         if (!isMountPoint(mountPath_) || runShell("fusermount -u " + shellQuote(mountPath_.string())) == 0) {
             mounted_ = false;
             return;
@@ -102,6 +106,48 @@ void FatCard::unmount() {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     throw std::runtime_error("could not unmount " + mountPath_.string());
+}
+
+}  // namespace tapekeep::test
+
+namespace tapekeep::test {
+
+// The fusefat process that serves this card: the one whose last two arguments are the loop device
+// and the mount point.
+pid_t FatCard::daemonProcess() const {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::string commandLine;
+        try {
+            commandLine = readFile(entry.path() / "cmdline");
+        } catch (const std::exception&) {
+            continue;  // ended meanwhile
+        }
+        std::vector<std::string> arguments;
+        for (std::size_t start = 0; start < commandLine.size();) {
+            const std::size_t end = std::min(commandLine.find('\0', start), commandLine.size());
+            arguments.push_back(commandLine.substr(start, end - start));
+            start = end + 1;
+        }
+        if (arguments.size() >= 3 && std::filesystem::path(arguments.front()).filename() == "fusefat" &&
+            arguments[arguments.size() - 2] == loopDevice_ && arguments.back() == mountPath_.string())
+            return static_cast<pid_t>(std::stol(name));
+    }
+    throw std::runtime_error("no fusefat process serves " + mountPath_.string());
+}
+
+void FatCard::freeze() {
+    if (frozenDaemon_ > 0) return;
+    const pid_t daemon = daemonProcess();
+    if (::kill(daemon, SIGSTOP) != 0) throw std::runtime_error("cannot stop fusefat");
+    frozenDaemon_ = daemon;
+}
+
+void FatCard::thaw() {
+    if (frozenDaemon_ <= 0) return;
+    ::kill(frozenDaemon_, SIGCONT);
+    frozenDaemon_ = -1;
 }
 
 }  // namespace tapekeep::test

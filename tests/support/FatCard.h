@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -27,14 +29,23 @@ public:
     [[nodiscard]] const std::string& uuid() const { return uuid_; }
 
     void mount();
+    // Thaws the card first, so that its daemon can answer the unmount.
     void unmount();
 
+    // Makes every access to the mounted card block, as a FUSE mount whose daemon stopped answering
+    // does: the fusefat process is stopped with SIGSTOP. thaw() lets it go on (SIGCONT).
+    void freeze();
+    void thaw();
+
 private:
+    [[nodiscard]] pid_t daemonProcess() const;
+
     std::filesystem::path image_;
     std::filesystem::path mountPath_;
     std::string loopDevice_;
     std::string uuid_;
     bool mounted_ = false;
+    pid_t frozenDaemon_ = -1;
 };
 
 // Runs a shell command, returning its exit status; its output goes to the returned text.

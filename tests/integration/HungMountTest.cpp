@@ -1,0 +1,140 @@
+// tapekeep-cli beside a mount that stopped answering: a FAT image mounted through FUSE whose fusefat
+// process is stopped, so that every access to it blocks in the kernel.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "CliProcess.h"
+#include "FatCard.h"
+#include "TempDir.h"
+
+namespace tapekeep {
+namespace {
+namespace fs = std::filesystem;
+using test::CliProcess;
+using test::FatCard;
+using test::TempDir;
+using test::writeFile;
+using Json = nlohmann::json;
+
+// Long enough that only a process that would never end runs into it; the commands themselves end
+// within a few seconds.
+constexpr std::chrono::seconds guard{30};
+
+// How many threads of the process wait for an answer from a FUSE daemon.
+int threadsWaitingOnFuse(pid_t process) {
+    int count = 0;
+    std::error_code error;
+    for (const auto& task :
+         fs::directory_iterator(fs::path("/proc") / std::to_string(process) / "task", error)) {
+        std::string waitingIn;
+        try {
+            waitingIn = test::readFile(task.path() / "wchan");
+        } catch (const std::exception&) {
+            continue;  // the thread ended meanwhile
+        }
+        if (waitingIn == "request_wait_answer" || waitingIn.starts_with("fuse_")) ++count;
+    }
+    return count;
+}
+
+// Waits until the test holds or the process has ended; false when the guard ran out first.
+bool waitUntil(const CliProcess& process, const std::function<bool()>& holds) {
+    const auto until = std::chrono::steady_clock::now() + guard;
+    while (std::chrono::steady_clock::now() < until) {
+        if (holds()) return true;
+        if (!fs::exists(fs::path("/proc") / std::to_string(process.pid()) / "task")) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+class HungMountTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
+        fs::create_directories(volumes_);
+        // Mounted first, so that every walk of the mounts meets it before the card.
+        hung_ = std::make_unique<FatCard>(temp_ / "hung.img", volumes_, "STALLED");
+        writeFile(hung_->mountPath() / "Songs/OLD.m8s", "song");
+        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        writeFile(card_->mountPath() / "Songs/DEMO.m8s", "song");
+        writeFile(card_->mountPath() / "Instruments/BASS.m8i", "bass");
+        hung_->freeze();
+    }
+
+    // The fixture's members go in reverse order: the hung card is thawed and unmounted last, after
+    // every tapekeep-cli of the test has been waited for or killed.
+    std::unique_ptr<CliProcess> start(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base_.string()});
+        return std::make_unique<CliProcess>(
+            temp_ / "home", std::move(arguments),
+            std::map<std::string, std::string>{{"TAPEKEEP_LOG_LEVEL", "debug"}});
+    }
+
+    bool stagingLeft() const {
+        std::error_code error;
+        for (const auto& entry : fs::recursive_directory_iterator(base_, error))
+            if (entry.path().filename().string().starts_with(".incomplete-")) return true;
+        return false;
+    }
+
+    TempDir temp_;
+    fs::path volumes_ = temp_ / "volumes";
+    fs::path base_ = temp_ / "backups";
+    std::unique_ptr<FatCard> hung_;
+    std::unique_ptr<FatCard> card_;
+};
+
+TEST_F(HungMountTest, CardsListsTheGoodCardAndLeavesTheHungMountOut) {
+    auto cards = start({"--json", "cards"});
+    const auto status = cards->waitAtMost(guard);
+    ASSERT_TRUE(status.has_value()) << "cards never returned\n" << cards->err();
+    ASSERT_EQ(*status, 0) << cards->err();
+    const Json result = Json::parse(cards->out());
+    ASSERT_EQ(result.at("cards").size(), 1u) << result.dump();
+    EXPECT_EQ(result.at("cards")[0].at("volumeName"), "M8CARD");
+    EXPECT_EQ(result.at("cards")[0].at("uuid"), card_->uuid());
+    EXPECT_EQ(result.at("examinedCount"), 1);
+    EXPECT_NE(cards->err().find("Excluded volume 'STALLED' reason=diskutilTimedOut"), std::string::npos)
+        << cards->err();
+}
+
+// A signal ends a command with 130 whatever thread is stuck on the hung mount: a scan's probe, the
+// identity check of a running backup (through the run's own cancellation path, leaving no
+// staging), or the command's main thread itself (through the watchdog).
+TEST_F(HungMountTest, ASignalEndsACommandStuckOnTheHungMountWith130) {
+    struct Case {
+        std::vector<std::string> arguments;
+        int signal;
+        std::string stuckWhen;  // standard error holds this, besides a thread waiting on the mount
+        int stuckThreads;
+        std::string lastLine;
+    };
+    const std::vector<Case> cases{
+        {{"cards"}, SIGINT, "", 1, "Cancelled."},
+        {{"summary", (volumes_ / "STALLED").string()}, SIGTERM, "", 1, "Cancelled."},
+        // Past the scan, whose probe stays stuck, the backup's identity check meets the hung mount.
+        {{"backup", "M8CARD"}, SIGINT, "reason=diskutilTimedOut", 2, "Backup was cancelled."},
+    };
+    for (const auto& [arguments, signal, stuckWhen, stuckThreads, lastLine] : cases) {
+        SCOPED_TRACE(arguments.front());
+        auto process = start(arguments);
+        ASSERT_TRUE(waitUntil(*process, [&] {
+            return process->err().find(stuckWhen) != std::string::npos &&
+                   threadsWaitingOnFuse(process->pid()) >= stuckThreads;
+        })) << process->err();
+        process->signal(signal);
+        const auto status = process->waitAtMost(guard);
+        ASSERT_TRUE(status.has_value()) << "still running after the signal\n" << process->err();
+        EXPECT_EQ(*status, 130) << process->err();
+        EXPECT_EQ(process->lastErrorLine(), lastLine) << process->err();
+        EXPECT_FALSE(stagingLeft());
+    }
+}
+
+}  // namespace
+}  // namespace tapekeep
