@@ -164,7 +164,9 @@ bool isOwnedBy(const fs::path& setRoot, const std::string& uuid) {
 void writeCardFile(const fs::path& setRoot, const SDCard& card) {
     const nlohmann::json content = {{"uuid", card.diskUtilUUID}, {"volumeName", card.volumeName}};
     const fs::path written = setRoot / ("." + std::string(cardFileName) + ".new-" + makeUuid());
-    writeFileAtomically(written, content.dump());
+    // The volume name is only a reminder for people; one that is not UTF-8 is written with
+    // replacement characters rather than failing the backup.
+    writeFileAtomically(written, content.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     try {
         renameNoReplace(written, setRoot / cardFileName);
     } catch (...) {
