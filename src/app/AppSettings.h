@@ -132,6 +132,9 @@ public:
     void applyLaunchOnLogin();
     [[nodiscard]] static std::filesystem::path autostartEntry();  // configHome/autostart/tapekeep.desktop
 
+    // The store behind these settings, for services that read a key themselves.
+    [[nodiscard]] SettingsStore& store() const { return store_; }
+
 Q_SIGNALS:
     void backupBaseDirPathChanged();
     void keepCountChanged();
