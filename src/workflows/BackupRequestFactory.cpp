@@ -44,7 +44,8 @@ std::optional<std::string> keepCountRefusal(const BackupRequest& request) {
     const auto minimum = SettingsKeys::find(SettingsKeys::keepCount)->minimum.value_or(1);
     if (!request.rotate || request.keepCount >= minimum) return std::nullopt;
     return "The setting keepCount is " + std::to_string(request.keepCount) + ", but at least " +
-           std::to_string(minimum) + " version must be kept. Choose a number of versions to keep in Settings.";
+           std::to_string(minimum) +
+           " version must be kept. Choose a number of versions to keep in Settings.";
 }
 
 }  // namespace tapekeep

@@ -334,7 +334,8 @@ void BackupViewModel::loadRepositoryFacts(const SDCard& card, const fs::path& st
             try {
                 BackupRepository::saveSizes(setRoot, sizes);
             } catch (const std::exception& error) {
-                Log("BackupViewModel").debug("Sizes not cached for " + setRoot.string() + ": " + error.what());
+                Log("BackupViewModel")
+                    .debug("Sizes not cached for " + setRoot.string() + ": " + error.what());
             }
         } catch (const std::exception&) {
             // An unreadable store shows as no facts; the next change of the store tries again.
@@ -358,7 +359,8 @@ void BackupViewModel::loadOptions(const SDCard& card) {
                 poster->post([this, card, generation, folders = std::move(folders),
                               songs = std::move(songs)]() mutable {
                     applyOptions(card.diskUtilUUID, generation, std::move(folders), std::move(songs));
-                    if (optionsGeneration_[card.diskUtilUUID] == generation) loadFolderSizes(card, generation);
+                    if (optionsGeneration_[card.diskUtilUUID] == generation)
+                        loadFolderSizes(card, generation);
                 });
             } catch (const Cancelled&) {
             }

@@ -230,7 +230,8 @@ private:
     // One run (BackupViewModelRun.cpp).
     void runBackup(const SDCard& card);
     std::optional<std::filesystem::path> takeDestinationOverride(const std::string& uuid);
-    BackupRequest requestFor(const SDCard& card, const std::optional<std::filesystem::path>& destination) const;
+    BackupRequest requestFor(const SDCard& card,
+                             const std::optional<std::filesystem::path>& destination) const;
     void runEnded(const SDCard& card, BackgroundTasks::Id id);
     void startAfterRunEject(const SDCard& card);
     void releaseLease(const std::string& uuid);

@@ -191,7 +191,8 @@ void BackupViewModel::stopCachedWork(const std::string& uuid) {
 void BackupViewModel::scanContent(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
     if (!dependencies_.followCardContent || contentScanTasks_.contains(uuid)) return;
-    auto work = [this, card, poster = poster_, makeScanner = dependencies_.makeScanner](std::stop_token token) {
+    auto work = [this, card, poster = poster_,
+                 makeScanner = dependencies_.makeScanner](std::stop_token token) {
         const std::string& cardID = card.diskUtilUUID;
         try {
             const auto volumes = makeScanner();

@@ -116,7 +116,8 @@ std::optional<fs::path> BackupViewModel::takeDestinationOverride(const std::stri
 }
 
 // The request as the settings, the one-shot destination and the options sheet say.
-BackupRequest BackupViewModel::requestFor(const SDCard& card, const std::optional<fs::path>& destination) const {
+BackupRequest BackupViewModel::requestFor(const SDCard& card,
+                                          const std::optional<fs::path>& destination) const {
     const std::string& uuid = card.diskUtilUUID;
     BackupChoice choice;
     choice.destinationOverride = destination;

@@ -23,6 +23,9 @@ namespace tapekeep {
 void PrintTo(const SDCard& card, std::ostream* out) {
     *out << card.volumeName << " " << card.diskUtilUUID;
 }
+void PrintTo(const CardState& state, std::ostream* out) {
+    *out << CardState::rawValue(state.kind) << " \"" << state.message << "\"";
+}
 
 namespace {
 namespace fs = std::filesystem;
@@ -382,7 +385,8 @@ TEST_F(BackupViewModelTest, AnEjectedCardIsNotTakenForAnEmptyOne) {
     model.startObserving();
     backUp(card);
     ASSERT_TRUE(waitFor([&] { return freshness(card) == "UP TO DATE"; })) << freshness(card);
-    ASSERT_TRUE(waitFor([&] { return M8ContentScanner::cachedSummary(card.diskUtilUUID, store).has_value(); }));
+    ASSERT_TRUE(
+        waitFor([&] { return M8ContentScanner::cachedSummary(card.diskUtilUUID, store).has_value(); }));
     const auto summary = M8ContentScanner::cachedSummary(card.diskUtilUUID, store);
     ASSERT_FALSE(summary->empty());
     ejectUnmounts = true;
@@ -404,7 +408,10 @@ TEST_F(BackupViewModelTest, AnEjectedCardIsNotTakenForAnEmptyOne) {
 TEST_F(BackupViewModelTest, ACardThatCannotBeLookedUpStopsTheRunWithoutBeingCalledChanged) {
     const std::vector<std::pair<std::string, std::function<void()>>> failures = {
         {"the volume listing fails",
-         [&] { setListing([]() -> std::vector<fs::path> { throw std::runtime_error("mount table unreadable"); }); }},
+         [&] {
+             setListing(
+                 []() -> std::vector<fs::path> { throw std::runtime_error("mount table unreadable"); });
+         }},
         {"every disk probe fails", [&] { failProbes = true; }},
     };
     const SDCard card = scannedCard();
@@ -450,14 +457,16 @@ TEST_F(BackupViewModelTest, AfterAOneShotRunTheCardShowsWhatItsDestinationHolds)
     const SDCard card = scannedCard();
     backUp(card);
     backUp(card);
-    ASSERT_TRUE(waitFor([&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 2; }));
+    ASSERT_TRUE(waitFor(
+        [&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 2; }));
     const fs::path oneShot = temp / "elsewhere";
 
     model.prepareBackup(card, oneShot);
     backUp(card);
     ASSERT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::success);
     ASSERT_EQ(BackupRepository(oneShot).listVersions(oneShot / setRoot(card).filename()).size(), 1u);
-    EXPECT_TRUE(waitFor([&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 1; }, 10s));
+    EXPECT_TRUE(waitFor(
+        [&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 1; }, 10s));
     EXPECT_TRUE(model.destinationOverrideVariant().isEmpty());  // spent by that one run
 }
 
@@ -543,12 +552,15 @@ TEST_F(BackupViewModelTest, TheContentLabelSaysScanningThenNoM8FilesOnlyForAnEmp
     std::map<std::string, std::set<std::string>> seen;
     QObject::connect(&model, &BackupViewModel::cardContentLabelChanged, [&] {
         for (const SDCard* card : {&full, &empty})
-            if (auto label = model.cardContentLabel(card->diskUtilUUID)) seen[card->diskUtilUUID].insert(*label);
+            if (auto label = model.cardContentLabel(card->diskUtilUUID))
+                seen[card->diskUtilUUID].insert(*label);
     });
     scan();
-    ASSERT_TRUE(waitFor([&] { return model.cardContentSummary(full.diskUtilUUID).has_value() &&
-                                     model.cardContentSummary(empty.diskUtilUUID).has_value() &&
-                                     !model.cardContentLabel(full.diskUtilUUID).has_value(); }));
+    ASSERT_TRUE(waitFor([&] {
+        return model.cardContentSummary(full.diskUtilUUID).has_value() &&
+               model.cardContentSummary(empty.diskUtilUUID).has_value() &&
+               !model.cardContentLabel(full.diskUtilUUID).has_value();
+    }));
     ASSERT_TRUE(waitFor([&] { return model.cardContentLabel(empty.diskUtilUUID) == "No M8 files"; }));
     EXPECT_EQ(seen[empty.diskUtilUUID], (std::set<std::string>{"Scanning", "No M8 files"}));
     EXPECT_EQ(seen[full.diskUtilUUID], std::set<std::string>{"Scanning"});
@@ -568,7 +580,8 @@ TEST_F(BackupViewModelTest, TheOptionsSheetListsSongsInAnyLetterCaseAndSkipsHidd
     for (const auto& song : model.cardSongs(card.diskUtilUUID)) songs.push_back(song.relativePath);
     EXPECT_EQ(songs, (std::vector<std::string>{"Songs/LOUD.M8S", "Songs/intro.m8s", "Songs/sub/Deep.M8s"}));
     std::map<std::string, std::int64_t> sizes;
-    for (const auto& folder : model.cardFolders(card.diskUtilUUID)) sizes[folder.name] = folder.size.value_or(-1);
+    for (const auto& folder : model.cardFolders(card.diskUtilUUID))
+        sizes[folder.name] = folder.size.value_or(-1);
     EXPECT_EQ(sizes["Samples"], 4096);
     EXPECT_EQ(sizes["Instruments"], 4);
 }
