@@ -174,6 +174,7 @@ void BackupViewModel::startObserving() {
             poster->post([this, uuid] { onCardContentMayHaveChanged(uuid); });
         }));
     mountMonitor_.reset();
+    if (!dependencies_.followMounts) return;
     mountMonitor_ = std::make_unique<MountMonitor>([poster = poster_, this](const MountMonitor::Change&) {
         poster->post([this] { onMountsChanged(); });
     });

@@ -95,6 +95,7 @@ public:
         std::optional<bool> autoBackupOnConnectOverride;          // a front end's --auto
         // A front end's one-call choices (kept versions, verification, parts of the card).
         std::function<void(BackupRequest& request)> adjustRequest;
+        bool followMounts = true;       // scan again whenever a volume is mounted or unmounted
         bool watchCards = true;         // follow changes on each detected card
         bool followCardContent = true;  // compare each card with its backup and count its files
         std::chrono::milliseconds flushDelay{250};

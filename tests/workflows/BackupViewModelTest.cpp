@@ -194,6 +194,7 @@ protected:
         result.feedback = &feedback;
         result.store = &store;
         result.watchCards = false;
+        result.followMounts = false;  // other programs' mounts must not rescan the test's volumes
         return result;
     }
 
