@@ -96,6 +96,10 @@ int AppSettings::readInt(const char* key) const {
     return readValue(store_, key).get<int>();
 }
 
+double AppSettings::readDouble(const char* key) const {
+    return readValue(store_, key).get<double>();
+}
+
 bool AppSettings::readBool(const char* key) const {
     return readValue(store_, key).get<bool>();
 }
@@ -193,6 +197,12 @@ QString AppSettings::verifyMismatchActionRaw() const {
 bool AppSettings::notifyOnFailure() const {
     return readBool(SettingsKeys::notifyOnFailure);
 }
+double AppSettings::prereleaseBannerDismissedAt() const {
+    return readDouble(SettingsKeys::prereleaseBannerDismissedAt);
+}
+double AppSettings::prereleaseBannerLastShownAt() const {
+    return readDouble(SettingsKeys::prereleaseBannerLastShownAt);
+}
 
 void AppSettings::setBackupBaseDirPath(const QString& value) {
     write(SettingsKeys::backupBaseDirPath, value.toStdString(), &AppSettings::backupBaseDirPathChanged);
@@ -285,6 +295,21 @@ void AppSettings::setVerifyMismatchActionRaw(const QString& value) {
 
 void AppSettings::setNotifyOnFailure(bool value) {
     write(SettingsKeys::notifyOnFailure, value, &AppSettings::notifyOnFailureChanged);
+}
+
+void AppSettings::setPrereleaseBannerDismissedAt(double value) {
+    write(SettingsKeys::prereleaseBannerDismissedAt, value, &AppSettings::prereleaseBannerDismissedAtChanged);
+}
+
+void AppSettings::setPrereleaseBannerLastShownAt(double value) {
+    write(SettingsKeys::prereleaseBannerLastShownAt, value, &AppSettings::prereleaseBannerLastShownAtChanged);
+}
+
+std::optional<std::filesystem::path> AppSettings::chooseBaseDirectory(const FolderChooser& choose) {
+    auto chosen =
+        choose(FolderChoice{"Choose Backup Folder", "Select where M8 backups should be stored", true});
+    if (chosen) setBackupBaseDirPath(QString::fromStdString(chosen->string()));
+    return chosen;
 }
 
 std::optional<std::string> AppSettings::label(const std::string& folderName) const {

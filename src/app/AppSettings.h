@@ -61,6 +61,10 @@ class AppSettings : public QObject {
                    NOTIFY verifyMismatchActionRawChanged)
     Q_PROPERTY(
         bool notifyOnFailure READ notifyOnFailure WRITE setNotifyOnFailure NOTIFY notifyOnFailureChanged)
+    Q_PROPERTY(double prereleaseBannerDismissedAt READ prereleaseBannerDismissedAt WRITE
+                   setPrereleaseBannerDismissedAt NOTIFY prereleaseBannerDismissedAtChanged)
+    Q_PROPERTY(double prereleaseBannerLastShownAt READ prereleaseBannerLastShownAt WRITE
+                   setPrereleaseBannerLastShownAt NOTIFY prereleaseBannerLastShownAtChanged)
 
 public:
     // Returns the preferred rsync executable, or nothing when no candidate is installed.
@@ -95,6 +99,8 @@ public:
     [[nodiscard]] bool autoEjectOnCompletion() const;
     [[nodiscard]] QString verifyMismatchActionRaw() const;
     [[nodiscard]] bool notifyOnFailure() const;
+    [[nodiscard]] double prereleaseBannerDismissedAt() const;
+    [[nodiscard]] double prereleaseBannerLastShownAt() const;
 
     void setBackupBaseDirPath(const QString& value);
     void setKeepCount(int value);
@@ -119,6 +125,19 @@ public:
     void setAutoEjectOnCompletion(bool value);
     void setVerifyMismatchActionRaw(const QString& value);
     void setNotifyOnFailure(bool value);
+    void setPrereleaseBannerDismissedAt(double value);
+    void setPrereleaseBannerLastShownAt(double value);
+
+    // What the folder chooser is asked to show.
+    struct FolderChoice {
+        std::string title;
+        std::string message;
+        bool canCreateFolders = false;
+    };
+    // Shows a chooser for one folder; nothing when the user cancels.
+    using FolderChooser = std::function<std::optional<std::filesystem::path>(const FolderChoice& choice)>;
+    // Asks for the backup folder ("Choose Backup Folder") and stores the choice in backupBaseDirPath.
+    std::optional<std::filesystem::path> chooseBaseDirectory(const FolderChooser& choose);
 
     // The label that the user gave a backup set; an empty label counts as none.
     [[nodiscard]] std::optional<std::string> label(const std::string& folderName) const;
@@ -131,6 +150,9 @@ public:
     // launchOnLogin is set to whether the entry now exists, so the switch shows the truth.
     void applyLaunchOnLogin();
     [[nodiscard]] static std::filesystem::path autostartEntry();  // configHome/autostart/tapekeep.desktop
+
+    // The store behind these settings, for services that read a key themselves.
+    [[nodiscard]] SettingsStore& store() const { return store_; }
 
 Q_SIGNALS:
     void backupBaseDirPathChanged();
@@ -156,6 +178,8 @@ Q_SIGNALS:
     void autoEjectOnCompletionChanged();
     void verifyMismatchActionRawChanged();
     void notifyOnFailureChanged();
+    void prereleaseBannerDismissedAtChanged();
+    void prereleaseBannerLastShownAtChanged();
 
 private:
     void migrateLegacyAutoEject();
@@ -164,6 +188,7 @@ private:
     [[nodiscard]] QString readString(const char* key) const;
     [[nodiscard]] int readInt(const char* key) const;
     [[nodiscard]] bool readBool(const char* key) const;
+    [[nodiscard]] double readDouble(const char* key) const;
 
     template <typename Value>
     void write(const char* key, const Value& value, void (AppSettings::*changed)());

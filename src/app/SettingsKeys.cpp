@@ -1,6 +1,7 @@
 #include "app/SettingsKeys.h"
 
 #include <charconv>
+#include <cmath>
 #include <limits>
 
 #include "app/BackupSetLabels.h"
@@ -13,6 +14,9 @@ Definition boolean(const char* key, bool fallback) {
 }
 Definition integer(const char* key, int fallback, std::optional<int> minimum = std::nullopt) {
     return {key, ValueType::integer, fallback, {}, minimum};
+}
+Definition number(const char* key, double fallback) {
+    return {key, ValueType::number, fallback, {}, std::nullopt};
 }
 Definition text(const char* key, const char* fallback) {
     return {key, ValueType::string, fallback, {}, std::nullopt};
@@ -46,6 +50,8 @@ std::vector<Definition> makeTable() {
         boolean(autoEjectOnCompletion, false),
         oneOf(verifyMismatchActionRaw, "flag", {"retry", "flag", "abort"}),
         boolean(notifyOnFailure, true),
+        number(prereleaseBannerDismissedAt, 0.0),
+        number(prereleaseBannerLastShownAt, 0.0),
     };
 }
 
@@ -81,6 +87,14 @@ std::optional<nlohmann::json> parseBoolean(std::string_view text) {
     return std::nullopt;
 }
 
+std::optional<nlohmann::json> parseNumber(std::string_view text) {
+    double number = 0;
+    const char* end = text.data() + text.size();
+    auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (text.empty() || error != std::errc() || stop != end || !std::isfinite(number)) return std::nullopt;
+    return number;
+}
+
 std::optional<nlohmann::json> parseInteger(std::string_view text) {
     int number = 0;
     const char* end = text.data() + text.size();
@@ -108,6 +122,8 @@ bool accepts(const Definition& definition, const nlohmann::json& value) {
             return value.is_boolean();
         case ValueType::integer:
             return isInt(value);
+        case ValueType::number:
+            return value.is_number();
         case ValueType::string:
             return isAllowedString(definition, value);
         case ValueType::jsonText:
@@ -148,6 +164,8 @@ std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view 
             if (!number || !allowsWriting(*definition, *number)) return std::nullopt;
             return number;
         }
+        case ValueType::number:
+            return parseNumber(text);
         case ValueType::string: {
             nlohmann::json value = std::string(text);
             if (!isEncodable(value) || !isAllowedString(*definition, value)) return std::nullopt;
@@ -169,6 +187,8 @@ std::string describeExpected(const Definition& definition) {
         case ValueType::integer:
             if (definition.minimum) return "an integer of at least " + std::to_string(*definition.minimum);
             return "an integer";
+        case ValueType::number:
+            return "a number";
         case ValueType::jsonText:
             return "a JSON object of strings";
         case ValueType::string:

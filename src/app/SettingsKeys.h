@@ -18,6 +18,7 @@ namespace tapekeep::SettingsKeys {
 enum class ValueType {
     boolean,
     integer,
+    number,  // a finite floating-point number
     string,
     jsonText,  // a string that holds a JSON object of strings to strings
 };
@@ -54,6 +55,9 @@ inline constexpr const char* launchOnLogin = "launchOnLogin";
 inline constexpr const char* autoEjectOnCompletion = "autoEjectOnCompletion";
 inline constexpr const char* verifyMismatchActionRaw = "verifyMismatchActionRaw";
 inline constexpr const char* notifyOnFailure = "notifyOnFailure";
+// The pre-release banner's own two numbers (seconds since 1970); nothing else reads them.
+inline constexpr const char* prereleaseBannerDismissedAt = "prereleaseBannerDismissedAt";
+inline constexpr const char* prereleaseBannerLastShownAt = "prereleaseBannerLastShownAt";
 
 // Read once at start and carried over into autoEjectOnCompletion; never written.
 inline constexpr const char* legacyAutoEjectAfterBackup = "m8AutoEjectAfterBackup";
@@ -79,7 +83,7 @@ inline constexpr const char* legacyAutoEjectAfterBackup = "m8AutoEjectAfterBacku
 [[nodiscard]] std::optional<nlohmann::json> parseValue(std::string_view key, std::string_view text);
 
 // What a text for this key must look like, for usage messages: "true or false", "an integer",
-// "an integer of at least 1",
+// "an integer of at least 1", "a number",
 // "one of: pink, lime, amber, cyan, violet", "text", "a JSON object of strings".
 [[nodiscard]] std::string describeExpected(const Definition& definition);
 

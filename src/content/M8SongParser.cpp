@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 using InstrumentType = InstrumentInfo::InstrumentType;
 
 // Songs are about 110 KB and instruments a few hundred bytes; anything this large is neither, and is
-// refused from its size alone so that a stray huge file never ends up in memory.
+// refused from its size alone so that a stray huge file never ends up in memory. This limit, and
+// reading only regular files (a FIFO or device named like a song would block the reader or never
+// end), are deliberate: a file that breaks either rule is treated as unreadable, never parsed.
 constexpr std::size_t largestReadableFile = 16 * 1024 * 1024;
 
 constexpr std::string_view magic = "M8VERSION";  // offsets 0 to 8, then a zero byte at 9

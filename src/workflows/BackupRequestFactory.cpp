@@ -1,6 +1,7 @@
 #include "workflows/BackupRequestFactory.h"
 
 #include "app/AppSettings.h"
+#include "app/SettingsKeys.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -37,6 +38,14 @@ BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings,
     request.mismatchAction = settings.verifyMismatchActionRaw().toStdString();
     request.rotate = settings.rotateBackups();
     return request;
+}
+
+std::optional<std::string> keepCountRefusal(const BackupRequest& request) {
+    const auto minimum = SettingsKeys::find(SettingsKeys::keepCount)->minimum.value_or(1);
+    if (!request.rotate || request.keepCount >= minimum) return std::nullopt;
+    return "The setting keepCount is " + std::to_string(request.keepCount) + ", but at least " +
+           std::to_string(minimum) +
+           " version must be kept. Choose a number of versions to keep in Settings.";
 }
 
 }  // namespace tapekeep

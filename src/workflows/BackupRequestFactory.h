@@ -26,4 +26,8 @@ struct BackupChoice {
 BackupRequest makeBackupRequest(const SDCard& card, const AppSettings& settings, const BackupChoice& choice,
                                 const std::filesystem::path& baseFolder);
 
+// Why the request must not run, when its kept-versions count is below what the setting allows:
+// rotation would then delete every version but the one just made. Nothing when it may run.
+std::optional<std::string> keepCountRefusal(const BackupRequest& request);
+
 }  // namespace tapekeep

@@ -1,7 +1,10 @@
 #include "workflows/BackupViewModel.h"
 
 #include <QDateTime>
+#include <QMetaProperty>
 #include <QTimer>
+
+#include <cctype>
 
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
@@ -10,6 +13,7 @@
 #include "content/M8SongParser.h"
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
+#include "core/Log.h"
 #include "core/Uuid.h"
 #include "platform/MountMonitor.h"
 #include "platform/VolumeEjector.h"
@@ -47,6 +51,73 @@ QVariantMap mapVariant(const std::map<std::string, Value>& map, Convert convert)
     return result;
 }
 
+bool isSongFile(const fs::path& path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".m8s";
+}
+
+bool isHidden(const fs::path& path) {
+    return path.filename().string().starts_with('.');
+}
+
+// The top-level folders of a card, each chosen, by name.
+std::vector<FolderSelection> topLevelFolders(const fs::path& mountPath, std::stop_token token) {
+    std::vector<FolderSelection> folders;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(mountPath, error)) {
+        throwIfCancelled(token);
+        std::error_code typeError;
+        if (isHidden(entry.path()) || !entry.is_directory(typeError) || entry.is_symlink(typeError)) continue;
+        const std::string name = entry.path().filename().string();
+        folders.push_back(FolderSelection{makeUuid(), name, std::nullopt, true, name, false});
+    }
+    std::sort(folders.begin(), folders.end(), [](auto& a, auto& b) { return a.name < b.name; });
+    return folders;
+}
+
+// The songs below the card's Songs folder, none chosen, by path. A song is a regular file whose
+// extension reads ".m8s" in any letter case (a FAT card keeps "SONG.M8S" as written); hidden files,
+// such as the "._" companions that another computer leaves, are not songs.
+std::vector<SongItem> cardSongList(const fs::path& mountPath, std::stop_token token) {
+    std::vector<SongItem> songs;
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(mountPath / "Songs", error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        throwIfCancelled(token);
+        std::error_code typeError;
+        if (isHidden(it->path())) {
+            if (it->is_directory(typeError)) it.disable_recursion_pending();
+            continue;
+        }
+        if (!it->is_regular_file(typeError) || !isSongFile(it->path())) continue;
+        const auto size = it->file_size(typeError);
+        songs.push_back(SongItem{makeUuid(), it->path().stem().string(),
+                                 it->path().lexically_relative(mountPath).string(),
+                                 typeError ? std::nullopt : std::optional<std::int64_t>(size), false,
+                                 M8SongParser::parseSamplePaths(it->path())});
+    }
+    std::sort(songs.begin(), songs.end(), [](auto& a, auto& b) { return a.relativePath < b.relativePath; });
+    return songs;
+}
+
+// The bytes of the regular files below a folder; links are not followed. Throws only Cancelled.
+std::int64_t folderSize(const fs::path& folder, std::stop_token token) {
+    std::int64_t total = 0;
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(folder, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        throwIfCancelled(token);
+        std::error_code typeError;
+        if (it->is_regular_file(typeError) && !it->is_symlink(typeError)) {
+            const auto size = it->file_size(typeError);
+            if (!typeError) total += static_cast<std::int64_t>(size);
+        }
+    }
+    return total;
+}
+
 std::string canonicalPath(const fs::path& path) {
     std::error_code error;
     const fs::path resolved = fs::canonical(path, error);
@@ -62,12 +133,27 @@ BackupViewModel::BackupViewModel(AppSettings& settings, Dependencies dependencie
       poster_(std::make_shared<MainThreadPoster>(this)),
       tasks_(poster_) {
     if (!dependencies_.makeScanner)
-        dependencies_.makeScanner = [] { return std::make_unique<VolumeScanner>(); };
+        dependencies_.makeScanner = [roots = dependencies_.volumeRoots, store = &settings_.store()] {
+            return std::make_unique<VolumeScanner>(roots, store);
+        };
     if (!dependencies_.ejectVolume) dependencies_.ejectVolume = VolumeEjector::ejectVolume;
+    forwardSettingsChanges();
+}
+
+// Every change of a setting reaches this object's observers as settingsChanged.
+void BackupViewModel::forwardSettingsChanges() {
+    const QMetaMethod forward = QMetaMethod::fromSignal(&BackupViewModel::settingsChanged);
+    const QMetaObject* meta = settings_.metaObject();
+    for (int index = meta->propertyOffset(); index < meta->propertyCount(); ++index) {
+        const QMetaProperty property = meta->property(index);
+        if (property.hasNotifySignal())
+            settingsCancellable_.push_back(connect(&settings_, property.notifySignal(), this, forward));
+    }
 }
 
 BackupViewModel::~BackupViewModel() {
     poster_->detach();
+    for (const auto& connection : settingsCancellable_) disconnect(connection);
     for (auto token : observers_) NotificationCenter::defaultCenter().removeObserver(token);
     mountMonitor_.reset();
     cardWatchers_.clear();
@@ -88,6 +174,7 @@ void BackupViewModel::startObserving() {
             poster->post([this, uuid] { onCardContentMayHaveChanged(uuid); });
         }));
     mountMonitor_.reset();
+    if (!dependencies_.followMounts) return;
     mountMonitor_ = std::make_unique<MountMonitor>([poster = poster_, this](const MountMonitor::Change&) {
         poster->post([this] { onMountsChanged(); });
     });
@@ -167,7 +254,7 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
         if (!cardLogs_.contains(card.diskUtilUUID))
             assign(cardLogs_, card.diskUtilUUID, std::vector<std::string>{},
                    &BackupViewModel::cardLogsChanged);
-        loadRepositoryFacts(card);
+        loadRepositoryFacts(card, baseFolder());
         if (dependencies_.followCardContent && !isRunning(card.diskUtilUUID)) {
             refreshFreshness(card);
             scanContent(card);
@@ -185,6 +272,7 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
 void BackupViewModel::forgetCard(const std::string& uuid) {
     contentScanFinishedAt_.erase(uuid);
     stopCachedWork(uuid);
+    stopOptionsWork(uuid);
     if (auto countdown = autoBackupTasks_.find(uuid); countdown != autoBackupTasks_.end()) {
         tasks_.cancel(countdown->second);
         autoBackupTasks_.erase(countdown);
@@ -192,7 +280,7 @@ void BackupViewModel::forgetCard(const std::string& uuid) {
     }
     if (auto scan = contentScanTasks_.find(uuid); scan != contentScanTasks_.end()) {
         tasks_.cancel(scan->second);
-        contentScanTasks_.erase(scan);
+        setContentScanning(uuid, std::nullopt);
     }
 }
 
@@ -212,23 +300,28 @@ void BackupViewModel::syncWatchers() {
     }
 }
 
-void BackupViewModel::loadRepositoryFacts(const SDCard& card) {
-    if (baseFolder().empty()) return;  // no store chosen yet: nothing to show
-    const fs::path setRoot = baseFolder() / backupSetFolderName(card.volumeName, card.diskUtilUUID);
+// The versions, their total size and the latest note of the card's set in the given store. The
+// sizes cache only saves work: a store that cannot take it (read-only, say) still shows its facts,
+// and a card that has no set there yet shows no versions without a set folder being made for it.
+void BackupViewModel::loadRepositoryFacts(const SDCard& card, const fs::path& store) {
+    if (store.empty()) return;  // no store chosen yet: nothing to show
+    const fs::path setRoot = store / backupSetFolderName(card.volumeName, card.diskUtilUUID);
     const std::string uuid = card.diskUtilUUID;
-    tasks_.start([this, setRoot, uuid, poster = poster_](std::stop_token token) {
+    tasks_.start([this, store, setRoot, uuid, poster = poster_](std::stop_token token) {
         try {
             // Another card's set is not this card's history, and its sizes cache is not ours to write.
             BackupRepository::checkSetBelongsTo(setRoot, uuid);
-            const auto versions = BackupRepository(setRoot.parent_path()).listVersions(setRoot);
+            const auto versions = BackupRepository(store).listVersions(setRoot);
             auto sizes = BackupRepository::loadSizes(setRoot);
+            bool sizesMeasured = false;
             std::int64_t total = 0;
             for (const auto& version : versions) {
-                if (!sizes.contains(version.folderName))
+                if (!sizes.contains(version.folderName)) {
                     sizes[version.folderName] = BackupRepository::versionSize(version.url, token);
+                    sizesMeasured = true;
+                }
                 total += sizes[version.folderName];
             }
-            BackupRepository::saveSizes(setRoot, sizes);
             std::string note;
             for (const auto& version : versions)
                 if (version.isLatest) note = BackupRepository::readNote(version.url);
@@ -238,36 +331,89 @@ void BackupViewModel::loadRepositoryFacts(const SDCard& card) {
                 assign(cardBackupInfo_, uuid, info, &BackupViewModel::cardBackupInfoChanged);
                 assign(latestNotes_, uuid, note, &BackupViewModel::latestNotesChanged);
             });
+            if (!sizesMeasured) return;
+            try {
+                BackupRepository::saveSizes(setRoot, sizes);
+            } catch (const std::exception& error) {
+                Log("BackupViewModel")
+                    .debug("Sizes not cached for " + setRoot.string() + ": " + error.what());
+            }
         } catch (const std::exception&) {
             // An unreadable store shows as no facts; the next change of the store tries again.
         }
     });
 }
 
-// The options sheet: every top-level folder, chosen, and the songs, not chosen.
+// The options sheet, loaded in the background: the card's top-level folders, all chosen, and its
+// songs, none chosen; then the folders' sizes. A mount that is slow or stuck holds up only these
+// tasks, which closing the sheet, starting the run or an eject cancels.
 void BackupViewModel::loadOptions(const SDCard& card) {
-    std::vector<FolderSelection> folders;
-    std::vector<SongItem> songs;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(card.mountPath, error)) {
-        const std::string name = entry.path().filename().string();
-        std::error_code typeError;
-        if (name.starts_with('.') || !entry.is_directory(typeError) || entry.is_symlink(typeError)) continue;
-        folders.push_back(FolderSelection{makeUuid(), name, std::nullopt, true, name, false});
+    const std::string uuid = card.diskUtilUUID;
+    stopOptionsWork(uuid);
+    const std::string generation = makeUuid();
+    optionsGeneration_[uuid] = generation;
+    songLoadTasks_[uuid] = tasks_.start(
+        [this, card, generation, poster = poster_](std::stop_token token) {
+            try {
+                auto folders = topLevelFolders(card.mountPath, token);
+                auto songs = cardSongList(card.mountPath, token);
+                poster->post([this, card, generation, folders = std::move(folders),
+                              songs = std::move(songs)]() mutable {
+                    applyOptions(card.diskUtilUUID, generation, std::move(folders), std::move(songs));
+                    if (optionsGeneration_[card.diskUtilUUID] == generation)
+                        loadFolderSizes(card, generation);
+                });
+            } catch (const Cancelled&) {
+            }
+        },
+        [this, uuid](BackgroundTasks::Id id) { forgetTask(songLoadTasks_, uuid, id); });
+}
+
+void BackupViewModel::applyOptions(const std::string& uuid, const std::string& generation,
+                                   std::vector<FolderSelection> folders, std::vector<SongItem> songs) {
+    if (optionsGeneration_[uuid] != generation) return;  // the sheet was closed or opened anew
+    assign(cardFolders_, uuid, std::move(folders), &BackupViewModel::cardFoldersChanged);
+    assign(cardSongs_, uuid, std::move(songs), &BackupViewModel::cardSongsChanged);
+}
+
+void BackupViewModel::loadFolderSizes(const SDCard& card, const std::string& generation) {
+    const std::string uuid = card.diskUtilUUID;
+    std::vector<fs::path> folders;
+    for (const auto& folder : cardFolders_[uuid])
+        folders.push_back(card.mountPath / folder.relativePath.value_or(folder.name));
+    folderSizeTasks_[uuid] = tasks_.start(
+        [this, uuid, generation, folders, poster = poster_](std::stop_token token) {
+            try {
+                std::map<std::string, std::int64_t> sizes;
+                for (const auto& folder : folders)
+                    sizes[folder.filename().string()] = folderSize(folder, token);
+                poster->post([this, uuid, generation, sizes] { applyFolderSizes(uuid, generation, sizes); });
+            } catch (const Cancelled&) {
+            }
+        },
+        [this, uuid](BackgroundTasks::Id id) { forgetTask(folderSizeTasks_, uuid, id); });
+}
+
+void BackupViewModel::applyFolderSizes(const std::string& uuid, const std::string& generation,
+                                       const std::map<std::string, std::int64_t>& sizes) {
+    if (optionsGeneration_[uuid] != generation) return;
+    auto folders = cardFolders_.find(uuid);
+    if (folders == cardFolders_.end()) return;
+    for (auto& folder : folders->second)
+        if (auto size = sizes.find(folder.name); size != sizes.end()) folder.size = size->second;
+    emit cardFoldersChanged();
+    if (folderSizesLoaded_.insert(uuid).second) emit folderSizesLoadedChanged();
+}
+
+// Cancels the sheet's loads; what they would still deliver is dropped. What was loaded stays.
+void BackupViewModel::stopOptionsWork(const std::string& uuid) {
+    for (auto* tasks : {&songLoadTasks_, &folderSizeTasks_}) {
+        if (auto task = tasks->find(uuid); task != tasks->end()) {
+            tasks_.cancel(task->second);
+            tasks->erase(task);
+        }
     }
-    for (auto it = fs::recursive_directory_iterator(card.mountPath / "Songs", error);
-         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-        std::error_code typeError;
-        if (!it->is_regular_file(typeError) || it->path().extension() != ".m8s") continue;
-        songs.push_back(SongItem{makeUuid(), it->path().stem().string(),
-                                 it->path().lexically_relative(card.mountPath).string(),
-                                 static_cast<std::int64_t>(it->file_size(typeError)), false,
-                                 M8SongParser::parseSamplePaths(it->path())});
-    }
-    std::sort(folders.begin(), folders.end(), [](auto& a, auto& b) { return a.name < b.name; });
-    std::sort(songs.begin(), songs.end(), [](auto& a, auto& b) { return a.relativePath < b.relativePath; });
-    assign(cardFolders_, card.diskUtilUUID, folders, &BackupViewModel::cardFoldersChanged);
-    assign(cardSongs_, card.diskUtilUUID, songs, &BackupViewModel::cardSongsChanged);
+    optionsGeneration_.erase(uuid);
 }
 
 void BackupViewModel::setFolderSelected(const std::string& uuid, const std::string& name, bool selected) {
@@ -298,6 +444,9 @@ void BackupViewModel::prepareBackup(const SDCard& card, const std::optional<fs::
                &BackupViewModel::destinationOverrideChanged);
     else
         erase(destinationOverride_, card.diskUtilUUID, &BackupViewModel::destinationOverrideChanged);
+    erase(cardFolders_, card.diskUtilUUID, &BackupViewModel::cardFoldersChanged);
+    erase(cardSongs_, card.diskUtilUUID, &BackupViewModel::cardSongsChanged);
+    if (folderSizesLoaded_.erase(card.diskUtilUUID) > 0) emit folderSizesLoadedChanged();
     loadOptions(card);
     setState(card.diskUtilUUID, CardState::confirming());
 }
@@ -305,6 +454,8 @@ void BackupViewModel::prepareBackup(const SDCard& card, const std::optional<fs::
 void BackupViewModel::cancelConfirmation(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
     if (OperationLock::shared().isActive(VolumeUUID{uuid})) return;
+    stopOptionsWork(uuid);
+    if (folderSizesLoaded_.erase(uuid) > 0) emit folderSizesLoadedChanged();
     erase(cardFolders_, uuid, &BackupViewModel::cardFoldersChanged);
     erase(cardSongs_, uuid, &BackupViewModel::cardSongsChanged);
     erase(destinationOverride_, uuid, &BackupViewModel::destinationOverrideChanged);
@@ -368,6 +519,33 @@ std::optional<BackupFreshness> BackupViewModel::cardFreshness(const std::string&
 std::optional<BackupInfo> BackupViewModel::cardBackupInfo(const std::string& uuid) const {
     auto found = cardBackupInfo_.find(uuid);
     return found == cardBackupInfo_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::optional<std::string> BackupViewModel::latestNote(const std::string& uuid) const {
+    auto found = latestNotes_.find(uuid);
+    return found == latestNotes_.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::vector<FolderSelection> BackupViewModel::cardFolders(const std::string& uuid) const {
+    auto found = cardFolders_.find(uuid);
+    return found == cardFolders_.end() ? std::vector<FolderSelection>{} : found->second;
+}
+
+std::vector<SongItem> BackupViewModel::cardSongs(const std::string& uuid) const {
+    auto found = cardSongs_.find(uuid);
+    return found == cardSongs_.end() ? std::vector<SongItem>{} : found->second;
+}
+
+std::optional<std::string> BackupViewModel::cardContentLabel(const std::string& uuid) const {
+    if (contentScanTasks_.contains(uuid)) return "Scanning";
+    auto summary = cardContentSummary_.find(uuid);
+    if (summary != cardContentSummary_.end() && summary->second.empty()) return "No M8 files";
+    return std::nullopt;
+}
+
+std::optional<ContentCounts> BackupViewModel::cardContentSummary(const std::string& uuid) const {
+    auto found = cardContentSummary_.find(uuid);
+    return found == cardContentSummary_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::optional<BackupOutcome> BackupViewModel::lastOutcome(const std::string& uuid) const {
@@ -440,6 +618,14 @@ QVariantMap BackupViewModel::cardContentScanProgressVariant() const {
     return mapVariant(cardContentScanProgress_, countsVariant);
 }
 
+QVariantMap BackupViewModel::cardContentLabelVariant() const {
+    QVariantMap result;
+    for (const auto& card : detectedCards_)
+        if (auto label = cardContentLabel(card.diskUtilUUID))
+            result.insert(text(card.diskUtilUUID), text(*label));
+    return result;
+}
+
 QVariantMap BackupViewModel::latestNotesVariant() const {
     return mapVariant(latestNotes_, [](const std::string& note) { return text(note); });
 }
@@ -451,6 +637,7 @@ QVariantMap BackupViewModel::cardFoldersVariant() const {
             list.push_back(QVariantMap{{"id", text(folder.id)},
                                        {"name", text(folder.name)},
                                        {"selected", folder.selected},
+                                       {"size", folder.size ? QVariant(qint64(*folder.size)) : QVariant()},
                                        {"locked", folder.locked}});
         return list;
     });
@@ -467,6 +654,12 @@ QVariantMap BackupViewModel::cardSongsVariant() const {
                                        {"sampleCount", static_cast<int>(song.samplePaths.size())}});
         return list;
     });
+}
+
+QStringList BackupViewModel::folderSizesLoadedVariant() const {
+    QStringList list;
+    for (const auto& uuid : folderSizesLoaded_) list.push_back(text(uuid));
+    return list;
 }
 
 QVariantMap BackupViewModel::cardFreshnessVariant() const {

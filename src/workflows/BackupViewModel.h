@@ -67,9 +67,11 @@ class BackupViewModel : public QObject {
     Q_PROPERTY(QVariantMap cardContentSummary READ cardContentSummaryVariant NOTIFY cardContentSummaryChanged)
     Q_PROPERTY(QVariantMap cardContentScanProgress READ cardContentScanProgressVariant NOTIFY
                    cardContentScanProgressChanged)
+    Q_PROPERTY(QVariantMap cardContentLabel READ cardContentLabelVariant NOTIFY cardContentLabelChanged)
     Q_PROPERTY(QVariantMap latestNotes READ latestNotesVariant NOTIFY latestNotesChanged)
     Q_PROPERTY(QVariantMap cardFolders READ cardFoldersVariant NOTIFY cardFoldersChanged)
     Q_PROPERTY(QVariantMap cardSongs READ cardSongsVariant NOTIFY cardSongsChanged)
+    Q_PROPERTY(QStringList folderSizesLoaded READ folderSizesLoadedVariant NOTIFY folderSizesLoadedChanged)
     Q_PROPERTY(QVariantMap cardFreshness READ cardFreshnessVariant NOTIFY cardFreshnessChanged)
     Q_PROPERTY(QVariantMap cardDiffSummary READ cardDiffSummaryVariant NOTIFY cardDiffSummaryChanged)
     Q_PROPERTY(QStringList cardDiffLoading READ cardDiffLoadingVariant NOTIFY cardDiffLoadingChanged)
@@ -79,7 +81,10 @@ class BackupViewModel : public QObject {
 public:
     // What the controller needs from outside; each has a working default, and tests replace some.
     struct Dependencies {
-        std::function<std::unique_ptr<VolumeScanner>()> makeScanner;  // default: the system's volumes
+        // Default: the mount points below volumeRoots, skipping the volumes that the setting
+        // "excludedVolumes" names.
+        std::function<std::unique_ptr<VolumeScanner>()> makeScanner;
+        std::vector<std::filesystem::path> volumeRoots = VolumeScanner::defaultVolumeRoots();
         BackupOperation::RsyncRunner runRsync = BackupOperation::defaultRsyncRunner();
         BackupOperation::Environment environment = BackupOperation::Environment::system();
         std::function<void(const std::filesystem::path& mountPoint, std::stop_token token)> ejectVolume;
@@ -90,6 +95,7 @@ public:
         std::optional<bool> autoBackupOnConnectOverride;          // a front end's --auto
         // A front end's one-call choices (kept versions, verification, parts of the card).
         std::function<void(BackupRequest& request)> adjustRequest;
+        bool followMounts = true;       // scan again whenever a volume is mounted or unmounted
         bool watchCards = true;         // follow changes on each detected card
         bool followCardContent = true;  // compare each card with its backup and count its files
         std::chrono::milliseconds flushDelay{250};
@@ -132,6 +138,16 @@ public:
     [[nodiscard]] std::optional<std::int64_t> cardFilesRemaining(const std::string& uuid) const;
     [[nodiscard]] std::optional<BackupFreshness> cardFreshness(const std::string& uuid) const;
     [[nodiscard]] std::optional<BackupInfo> cardBackupInfo(const std::string& uuid) const;
+    [[nodiscard]] std::optional<std::string> latestNote(const std::string& uuid) const;
+    [[nodiscard]] std::vector<FolderSelection> cardFolders(const std::string& uuid) const;
+    [[nodiscard]] std::vector<SongItem> cardSongs(const std::string& uuid) const;
+    [[nodiscard]] bool folderSizesLoaded(const std::string& uuid) const {
+        return folderSizesLoaded_.contains(uuid);
+    }
+    // "Scanning" while the card's content is being counted, "No M8 files" when the count found
+    // none; nothing otherwise.
+    [[nodiscard]] std::optional<std::string> cardContentLabel(const std::string& uuid) const;
+    [[nodiscard]] std::optional<ContentCounts> cardContentSummary(const std::string& uuid) const;
     [[nodiscard]] std::vector<FileDiff> cardQuickDiffs(const std::string& uuid) const;
     [[nodiscard]] bool isRunning(const std::string& uuid) const { return runningTasks_.contains(uuid); }
     [[nodiscard]] bool hasCountdown(const std::string& uuid) const { return autoBackupTasks_.contains(uuid); }
@@ -150,9 +166,11 @@ public:
     [[nodiscard]] QVariantMap cardFilesRemainingVariant() const;
     [[nodiscard]] QVariantMap cardContentSummaryVariant() const;
     [[nodiscard]] QVariantMap cardContentScanProgressVariant() const;
+    [[nodiscard]] QVariantMap cardContentLabelVariant() const;
     [[nodiscard]] QVariantMap latestNotesVariant() const;
     [[nodiscard]] QVariantMap cardFoldersVariant() const;
     [[nodiscard]] QVariantMap cardSongsVariant() const;
+    [[nodiscard]] QStringList folderSizesLoadedVariant() const;
     [[nodiscard]] QVariantMap cardFreshnessVariant() const;
     [[nodiscard]] QVariantMap cardDiffSummaryVariant() const;
     [[nodiscard]] QStringList cardDiffLoadingVariant() const;
@@ -171,13 +189,17 @@ signals:
     void cardFilesRemainingChanged();
     void cardContentSummaryChanged();
     void cardContentScanProgressChanged();
+    void cardContentLabelChanged();
     void latestNotesChanged();
     void cardFoldersChanged();
     void cardSongsChanged();
+    void folderSizesLoadedChanged();
     void cardFreshnessChanged();
     void cardDiffSummaryChanged();
     void cardDiffLoadingChanged();
     void destinationOverrideChanged();
+    // Any setting changed: what the screen shows from the settings may need drawing again.
+    void settingsChanged();
     // Not properties: moments a front end may wait for.
     void scanFinished();
     void backupFinished(const QString& uuid);
@@ -194,14 +216,26 @@ private:
     void applyScanError(const std::string& generation, const std::string& error);
     void forgetCard(const std::string& uuid);
     void syncWatchers();
-    void loadRepositoryFacts(const SDCard& card);
+    void loadRepositoryFacts(const SDCard& card, const std::filesystem::path& store);
+    void forwardSettingsChanges();
     void loadOptions(const SDCard& card);
+    void applyOptions(const std::string& uuid, const std::string& generation,
+                      std::vector<FolderSelection> folders, std::vector<SongItem> songs);
+    void loadFolderSizes(const SDCard& card, const std::string& generation);
+    void applyFolderSizes(const std::string& uuid, const std::string& generation,
+                          const std::map<std::string, std::int64_t>& sizes);
+    void stopOptionsWork(const std::string& uuid);
     void setState(const std::string& uuid, CardState state);
     void onMountsChanged();
 
     // One run (BackupViewModelRun.cpp).
     void runBackup(const SDCard& card);
-    BackupRequest requestFor(const SDCard& card) const;
+    std::optional<std::filesystem::path> takeDestinationOverride(const std::string& uuid);
+    BackupRequest requestFor(const SDCard& card,
+                             const std::optional<std::filesystem::path>& destination) const;
+    void runEnded(const SDCard& card, BackgroundTasks::Id id);
+    void startAfterRunEject(const SDCard& card);
+    void releaseLease(const std::string& uuid);
     void startRunTask(const SDCard& card, const BackupRequest& request, const Lease& lease);
     void receiveLine(const std::string& uuid, const std::string& line);
     void drainInbox(const std::string& uuid);
@@ -224,6 +258,7 @@ private:
     void applyComparison(const std::string& uuid, const std::string& generation,
                          const BackupFreshness& freshness, const std::vector<FileDiff>& differences);
     void scanContent(const SDCard& card);
+    void setContentScanning(const std::string& uuid, std::optional<BackgroundTasks::Id> task);
     void onCardChanged(const std::string& uuid);
     void onBackupsChanged(const std::string& baseFolder);
     void onCardContentMayHaveChanged(const std::string& uuid);
@@ -273,6 +308,7 @@ private:
     std::map<std::string, std::string> latestNotes_;
     std::map<std::string, std::vector<FolderSelection>> cardFolders_;
     std::map<std::string, std::vector<SongItem>> cardSongs_;
+    std::set<std::string> folderSizesLoaded_;
     std::map<std::string, BackupFreshness> cardFreshness_;
     std::map<std::string, DiffSummary> cardDiffSummary_;
     std::set<std::string> cardDiffLoading_;
@@ -284,6 +320,10 @@ private:
     std::map<std::string, BackgroundTasks::Id> autoBackupTasks_;
     std::map<std::string, BackgroundTasks::Id> contentScanTasks_;
     std::map<std::string, BackgroundTasks::Id> freshnessTasks_;
+    std::map<std::string, BackgroundTasks::Id> songLoadTasks_;    // the options sheet's folders and songs
+    std::map<std::string, BackgroundTasks::Id> folderSizeTasks_;  // the sizes of those folders
+    std::map<std::string, std::string> optionsGeneration_;        // the sheet that loads are for
+    std::set<std::string> cancelledRuns_;                         // asked to stop: no eject after them
     std::map<std::string, Clock::time_point> contentScanFinishedAt_;
     std::set<std::string> freshnessRerun_;  // changed again while its check ran
     std::map<std::string, std::string> diffGeneration_;
@@ -303,6 +343,7 @@ private:
     std::map<std::string, std::vector<std::string>> inbox_;  // guarded by inboxMutex_
 
     std::vector<NotificationCenter::Token> observers_;
+    std::vector<QMetaObject::Connection> settingsCancellable_;  // every setting's change, forwarded
     std::unique_ptr<MountMonitor> mountMonitor_;
 };
 

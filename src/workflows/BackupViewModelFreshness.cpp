@@ -11,6 +11,10 @@
 // - No comparison and no content scan runs twice at once for one card; a change during one asks for
 //   exactly one more afterwards. Neither runs while the card is being backed up: the run's end
 //   starts a fresh comparison.
+// - A comparison or content scan publishes and caches nothing unless the card is still mounted
+//   under its UUID, at its mount path, before and after reading it: a card that was ejected or
+//   pulled is not an empty card, and the folder left where it was mounted is not the card.
+//   "CHECKING" shows only once the card is known to be there.
 
 #include <QTimer>
 
@@ -21,6 +25,7 @@
 #include "core/Cancelled.h"
 #include "core/Uuid.h"
 #include "workflows/BackupViewModel.h"
+#include "workflows/BackupVolumeCheck.h"
 #include "workflows/CardComparison.h"
 
 namespace tapekeep {
@@ -83,9 +88,12 @@ void BackupViewModel::countdownEnded(const std::string& uuid) {
     std::error_code error;
     if (card != nullptr && fs::exists(card->mountPath, error) &&
         cardState(uuid).kind == CardState::Kind::autoBackupCountdown) {
-        // An automatic backup takes the whole card, whatever an earlier options sheet chose.
+        // An automatic backup takes the whole card to the usual store, whatever an earlier options
+        // sheet chose.
+        stopOptionsWork(uuid);
         erase(cardFolders_, uuid, &BackupViewModel::cardFoldersChanged);
         erase(cardSongs_, uuid, &BackupViewModel::cardSongsChanged);
+        erase(destinationOverride_, uuid, &BackupViewModel::destinationOverrideChanged);
         startBackup(*card);
         return;
     }
@@ -110,16 +118,25 @@ void BackupViewModel::refreshFreshness(const SDCard& card) {
         freshnessRerun_.insert(uuid);
         return;
     }
-    assign(cardFreshness_, uuid, BackupFreshness::checking(), &BackupViewModel::cardFreshnessChanged);
     const std::string generation = makeUuid();
     diffGeneration_[uuid] = generation;
     freshnessTasks_[uuid] = tasks_.start(
-        [this, card, generation, base = baseFolder(), poster = poster_](std::stop_token token) {
+        [this, card, generation, base = baseFolder(), poster = poster_,
+         makeScanner = dependencies_.makeScanner](std::stop_token token) {
             try {
+                const auto scanner = makeScanner();
+                if (!isStillMounted(*scanner, card, token)) return;
+                poster->post([this, uuid = card.diskUtilUUID, generation] {
+                    if (diffGeneration_[uuid] == generation)
+                        assign(cardFreshness_, uuid, BackupFreshness::checking(),
+                               &BackupViewModel::cardFreshnessChanged);
+                });
                 const auto comparison = CardComparison::compare(card, base, token);
+                if (!isStillMounted(*scanner, card, token)) return;
                 poster->post([this, uuid = card.diskUtilUUID, generation, comparison] {
                     applyComparison(uuid, generation, comparison.freshness, comparison.differences);
                 });
+            } catch (const Cancelled&) {
             } catch (const std::exception&) {
                 // A card that cannot be read right now (being pulled, say) shows no freshness.
                 poster->post([this, uuid = card.diskUtilUUID, generation] {
@@ -174,14 +191,19 @@ void BackupViewModel::stopCachedWork(const std::string& uuid) {
 void BackupViewModel::scanContent(const SDCard& card) {
     const std::string uuid = card.diskUtilUUID;
     if (!dependencies_.followCardContent || contentScanTasks_.contains(uuid)) return;
-    if (dependencies_.store != nullptr && !cardContentSummary_.contains(uuid)) {
-        if (auto cached = M8ContentScanner::cachedSummary(uuid, *dependencies_.store))
-            assign(cardContentSummary_, uuid, *cached, &BackupViewModel::cardContentSummaryChanged);
-    }
-    contentScanTasks_[uuid] = tasks_.start(
-        [this, card, poster = poster_](std::stop_token token) {
+    auto work = [this, card, poster = poster_,
+                 makeScanner = dependencies_.makeScanner](std::stop_token token) {
+        const std::string& cardID = card.diskUtilUUID;
+        try {
+            const auto volumes = makeScanner();
+            if (!isStillMounted(*volumes, card, token)) return;
+            // The remembered counts show while the card is counted anew.
+            poster->post([this, cardID] {
+                if (dependencies_.store == nullptr || cardContentSummary_.contains(cardID)) return;
+                if (auto cached = M8ContentScanner::cachedSummary(cardID, *dependencies_.store))
+                    assign(cardContentSummary_, cardID, *cached, &BackupViewModel::cardContentSummaryChanged);
+            });
             M8ContentScanner scanner;
-            const std::string& cardID = card.diskUtilUUID;
             auto counts = scanner
                               .scanContent(
                                   card.mountPath,
@@ -193,16 +215,30 @@ void BackupViewModel::scanContent(const SDCard& card) {
                                   },
                                   token)
                               .first;
-            if (token.stop_requested()) return;
+            if (token.stop_requested() || !isStillMounted(*volumes, card, token)) return;
             poster->post([this, cardID, counts] {
                 assign(cardContentSummary_, cardID, counts, &BackupViewModel::cardContentSummaryChanged);
-                erase(cardContentScanProgress_, cardID, &BackupViewModel::cardContentScanProgressChanged);
+                emit cardContentLabelChanged();
                 contentScanFinishedAt_[cardID] = Clock::now();
                 if (dependencies_.store != nullptr)
                     M8ContentScanner::storeSummary(counts, cardID, *dependencies_.store);
             });
-        },
-        [this, uuid](BackgroundTasks::Id id) { forgetTask(contentScanTasks_, uuid, id); });
+        } catch (const Cancelled&) {
+        }
+    };
+    setContentScanning(uuid, tasks_.start(work, [this, uuid](BackgroundTasks::Id id) {
+        if (forgetTask(contentScanTasks_, uuid, id)) emit cardContentLabelChanged();
+        erase(cardContentScanProgress_, uuid, &BackupViewModel::cardContentScanProgressChanged);
+    }));
+}
+
+// Records the card's running content scan, or that none runs, and tells the content label.
+void BackupViewModel::setContentScanning(const std::string& uuid, std::optional<BackgroundTasks::Id> task) {
+    if (task)
+        contentScanTasks_[uuid] = *task;
+    else if (contentScanTasks_.erase(uuid) == 0)
+        return;
+    emit cardContentLabelChanged();
 }
 
 // ---- what each report re-runs ---------------------------------------------------------------
@@ -227,7 +263,7 @@ void BackupViewModel::onCardChanged(const std::string& uuid) {
 void BackupViewModel::onBackupsChanged(const std::string& base) {
     if (fs::path(base).lexically_normal() != baseFolder().lexically_normal()) return;
     for (const auto& card : detectedCards_) {
-        loadRepositoryFacts(card);
+        loadRepositoryFacts(card, baseFolder());
         refreshFreshness(card);
     }
 }

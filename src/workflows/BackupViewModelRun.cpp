@@ -65,6 +65,8 @@ void BackupViewModel::startBackup(const SDCard& card) {
 
 void BackupViewModel::runBackup(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
+    // A one-shot destination is for the run that the options sheet starts, never for a later one.
+    const auto destination = takeDestinationOverride(uuid);
     if (auto refusal = featureAccess_.refusal("backup")) return setState(uuid, CardState::failed(*refusal));
     if (uuid.empty())
         return setState(uuid, CardState::failed("Missing volume UUID — reconnect card and retry."));
@@ -88,21 +90,37 @@ void BackupViewModel::runBackup(const SDCard& card) {
         OperationLock::shared().release(*lease);
         return setState(uuid, CardState::failed("Nothing selected to back up."));
     }
-    const BackupRequest request = requestFor(card);
+    const BackupRequest request = requestFor(card, destination);
+    if (auto refusal = keepCountRefusal(request)) {
+        OperationLock::shared().release(*lease);
+        return setState(uuid, CardState::failed(*refusal));
+    }
+    stopOptionsWork(uuid);  // the sheet is done: what it chose is in the request
+    cancelledRuns_.erase(uuid);
     setState(uuid, CardState::running());
     assign(cardLogs_, uuid, std::vector<std::string>{}, &BackupViewModel::cardLogsChanged);
     assign(cardStartTime_, uuid, Clock::now(), &BackupViewModel::cardStartTimeChanged);
     erase(cardProgress_, uuid, &BackupViewModel::cardProgressChanged);
+    erase(cardFilesRemaining_, uuid, &BackupViewModel::cardFilesRemainingChanged);
     progressTrackers_[uuid] = BackupProgressTracker{};
     startRunTask(card, request, *lease);
 }
 
+std::optional<fs::path> BackupViewModel::takeDestinationOverride(const std::string& uuid) {
+    auto found = destinationOverride_.find(uuid);
+    if (found == destinationOverride_.end()) return std::nullopt;
+    fs::path destination = found->second;
+    destinationOverride_.erase(found);
+    emit destinationOverrideChanged();
+    return destination;
+}
+
 // The request as the settings, the one-shot destination and the options sheet say.
-BackupRequest BackupViewModel::requestFor(const SDCard& card) const {
+BackupRequest BackupViewModel::requestFor(const SDCard& card,
+                                          const std::optional<fs::path>& destination) const {
     const std::string& uuid = card.diskUtilUUID;
     BackupChoice choice;
-    if (auto destination = destinationOverride_.find(uuid); destination != destinationOverride_.end())
-        choice.destinationOverride = destination->second;
+    choice.destinationOverride = destination;
     if (auto folders = cardFolders_.find(uuid); folders != cardFolders_.end()) {
         for (const auto& folder : folders->second)
             if (folder.selected) choice.selectedFolders.push_back(folder.relativePath.value_or(folder.name));
@@ -127,8 +145,7 @@ BackupOperation::VolumeValidator BackupViewModel::volumeValidator() const {
 void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& request, const Lease& lease) {
     const std::string uuid = card.diskUtilUUID;
     leases_.insert_or_assign(uuid, lease);
-    const bool autoEject = settings_.autoEjectOnCompletion();
-    auto work = [this, card, request, autoEject, poster = poster_, validate = volumeValidator(),
+    auto work = [this, card, request, poster = poster_, validate = volumeValidator(),
                  runRsync = dependencies_.runRsync,
                  environment = dependencies_.environment](std::stop_token token) {
         RunResult result;
@@ -144,9 +161,37 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
             result.error = std::current_exception();
         }
         poster->post([this, card, result, base = request.baseURL] { completeRun(card, result, base); });
-        if (token.stop_requested() || !result.outcome || !autoEject) return;
+    };
+    runningTasks_[uuid] = tasks_.start(work, [this, card](BackgroundTasks::Id id) { runEnded(card, id); });
+}
+
+// The run has returned and its completion is applied. The setting is read now, not at the start,
+// so that switching auto-eject on during a long run still ejects the card after it.
+void BackupViewModel::runEnded(const SDCard& card, BackgroundTasks::Id id) {
+    const std::string& uuid = card.diskUtilUUID;
+    forgetTask(runningTasks_, uuid, id);
+    const bool cancelled = cancelledRuns_.erase(uuid) > 0;
+    if (!cancelled && cardState(uuid).kind == CardState::Kind::success && settings_.autoEjectOnCompletion())
+        return startAfterRunEject(card);
+    releaseLease(uuid);
+    // Only now, with the run gone, may the card be compared again: the comparisons asked for
+    // during the run (its own publication among them) were turned away while it ran.
+    std::error_code error;
+    if (const SDCard* present = detectedCard(uuid); present && fs::exists(present->mountPath, error))
+        refreshFreshness(*present);
+    emit backupFinished(QString::fromStdString(uuid));
+}
+
+// The eject after a successful run, under the run's lease, as part of the run: cancelRun stops it.
+void BackupViewModel::startAfterRunEject(const SDCard& card) {
+    const std::string uuid = card.diskUtilUUID;
+    auto work = [this, card, poster = poster_, validate = volumeValidator()](std::stop_token token) {
+        BackupRequest identity;
+        identity.card = card;
         try {
-            validate(request, token);
+            validate(identity, token);
+        } catch (const Cancelled&) {
+            return;  // the user stopped the run; nothing was skipped that they wanted
         } catch (const std::exception& error) {
             poster->post([this, uuid = card.diskUtilUUID, message = std::string(error.what())] {
                 appendLog(uuid, "Backup saved; automatic eject skipped: " + message);
@@ -165,26 +210,31 @@ void BackupViewModel::startRunTask(const SDCard& card, const BackupRequest& requ
     };
     runningTasks_[uuid] = tasks_.start(work, [this, uuid](BackgroundTasks::Id id) {
         forgetTask(runningTasks_, uuid, id);
-        if (auto held = leases_.find(uuid); held != leases_.end()) {
-            OperationLock::shared().release(held->second);
-            leases_.erase(held);
-        }
-        // Only now, with the run gone, may the card be compared again: the comparisons asked for
-        // during the run (its own publication among them) were turned away while it ran.
-        std::error_code error;
-        if (const SDCard* present = detectedCard(uuid); present && fs::exists(present->mountPath, error))
-            refreshFreshness(*present);
+        cancelledRuns_.erase(uuid);
+        releaseLease(uuid);
         emit backupFinished(QString::fromStdString(uuid));
     });
 }
 
+void BackupViewModel::releaseLease(const std::string& uuid) {
+    if (auto held = leases_.find(uuid); held != leases_.end()) {
+        OperationLock::shared().release(held->second);
+        leases_.erase(held);
+    }
+}
+
 void BackupViewModel::cancelRun(const SDCard& card) {
-    if (auto run = runningTasks_.find(card.diskUtilUUID); run != runningTasks_.end())
+    if (auto run = runningTasks_.find(card.diskUtilUUID); run != runningTasks_.end()) {
+        cancelledRuns_.insert(card.diskUtilUUID);
         tasks_.cancel(run->second);
+    }
 }
 
 void BackupViewModel::cancelAllOperations() {
-    for (const auto& [uuid, task] : runningTasks_) tasks_.cancel(task);
+    for (const auto& [uuid, task] : runningTasks_) {
+        cancelledRuns_.insert(uuid);
+        tasks_.cancel(task);
+    }
     for (const auto& [uuid, task] : autoBackupTasks_) tasks_.cancel(task);
 }
 
@@ -282,10 +332,11 @@ void BackupViewModel::completeRun(const SDCard& card, const RunResult& result, c
         completeFailure(card, result.error);
 }
 
-void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& outcome, const fs::path&) {
+void BackupViewModel::completeSuccess(const SDCard& card, const BackupOutcome& outcome,
+                                      const fs::path& destination) {
     const std::string& uuid = card.diskUtilUUID;
     lastOutcomes_[uuid] = outcome;
-    loadRepositoryFacts(card);
+    loadRepositoryFacts(card, destination);  // where this version went, a one-shot folder too
     const auto start = cardStartTime_.find(uuid);
     const std::string message = outcome.warning.value_or(
         "Backup successful (" +
@@ -323,8 +374,9 @@ void BackupViewModel::stopCardWorkForEject(const std::string& uuid) {
     }
     if (auto scan = contentScanTasks_.find(uuid); scan != contentScanTasks_.end()) {
         tasks_.cancel(scan->second);
-        contentScanTasks_.erase(scan);
+        setContentScanning(uuid, std::nullopt);
     }
+    stopOptionsWork(uuid);
     cardWatchers_.erase(uuid);
     contentScanFinishedAt_.erase(uuid);
     erase(cardContentSummary_, uuid, &BackupViewModel::cardContentSummaryChanged);
@@ -371,10 +423,7 @@ void BackupViewModel::ejectCard(const SDCard& card) {
             failure = "Eject was cancelled.";
         }
         poster->post([this, uuid, failure] {
-            if (auto held = leases_.find(uuid); held != leases_.end()) {
-                OperationLock::shared().release(held->second);
-                leases_.erase(held);
-            }
+            releaseLease(uuid);
             emit ejectFinished(QString::fromStdString(uuid), QString::fromStdString(failure));
         });
     });

@@ -86,6 +86,8 @@ TEST_F(AppSettingsTest, EachPropertyWritesItsOwnStoredKey) {
         {"backupSetLabelsJSON", R"({"A":"b"})", "backupSetLabels", R"({"A":"b"})"},
         {"m8TypeMode", "sans", "m8TypeModeRaw", "sans"},
         {"m8TypeScale", "xl", "m8TypeScaleRaw", "xl"},
+        {"prereleaseBannerDismissedAt", 1718000000.25, "prereleaseBannerDismissedAt", 1718000000.25},
+        {"prereleaseBannerLastShownAt", 42.5, "prereleaseBannerLastShownAt", 42.5},
     };
     for (const auto& [property, value, key, stored] : cases) {
         ASSERT_TRUE(settings->setProperty(property, value)) << property;
@@ -270,6 +272,36 @@ TEST_F(AppSettingsTest, LaunchOnLoginWritesAndRemovesTheAutostartEntryAndAFailur
     } else {
         ::unsetenv("XDG_CONFIG_HOME");
     }
+}
+
+TEST_F(AppSettingsTest, TheBannersNumbersStartAtZero) {
+    auto settings = open();
+    EXPECT_EQ(settings->prereleaseBannerDismissedAt(), 0.0);
+    EXPECT_EQ(settings->prereleaseBannerLastShownAt(), 0.0);
+    store.setValue("prereleaseBannerLastShownAt", "soon");  // not a number: reads as the default
+    EXPECT_EQ(settings->prereleaseBannerLastShownAt(), 0.0);
+}
+
+TEST_F(AppSettingsTest, ChoosingTheBaseFolderAsksOnceAndStoresOnlyAChoice) {
+    auto settings = open();
+    settings->setBackupBaseDirPath("/srv/before");
+    std::vector<AppSettings::FolderChoice> asked;
+    EXPECT_EQ(settings->chooseBaseDirectory([&](const AppSettings::FolderChoice& choice) {
+        asked.push_back(choice);
+        return std::optional<fs::path>();
+    }),
+              std::nullopt);
+    EXPECT_EQ(settings->backupBaseDirPath(), "/srv/before");
+    EXPECT_EQ(settings->chooseBaseDirectory([&](const AppSettings::FolderChoice& choice) {
+        asked.push_back(choice);
+        return std::optional<fs::path>("/srv/m8 backups");
+    }),
+              fs::path("/srv/m8 backups"));
+    EXPECT_EQ(settings->backupBaseDirPath(), "/srv/m8 backups");
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[1].title, "Choose Backup Folder");
+    EXPECT_EQ(asked[1].message, "Select where M8 backups should be stored");
+    EXPECT_TRUE(asked[1].canCreateFolders);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ TEST(SettingsKeysTest, ListsEveryStoredKeyOnce) {
         "playSoundOnCompletion completionSoundName excludedVolumes notifyOnCompletion autoBackupOnConnect "
         "autoBackupDelaySeconds backupSetLabels menuBarMode askToEjectOnQuit m8Accent m8TypeModeRaw "
         "m8TypeScaleRaw mainTab launchOnLogin autoEjectOnCompletion verifyMismatchActionRaw "
-        "notifyOnFailure ");
+        "notifyOnFailure prereleaseBannerDismissedAt prereleaseBannerLastShownAt ");
     for (const auto& definition : SettingsKeys::all())
         EXPECT_TRUE(SettingsKeys::accepts(definition, definition.defaultValue)) << definition.key;
 }
@@ -48,6 +48,11 @@ TEST(SettingsKeysTest, ParsesCommandLineTextIntoTheKeysType) {
         {"verifyMismatchActionRaw", "skip", std::nullopt},
         {"backupSetLabels", R"({ "M8_1" : "Live" })", json(R"({"M8_1":"Live"})")},
         {"backupSetLabels", R"({"M8_1":1})", std::nullopt},
+        {"prereleaseBannerDismissedAt", "1718000000.5", json(1718000000.5)},
+        {"prereleaseBannerDismissedAt", "0", json(0.0)},
+        {"prereleaseBannerDismissedAt", "nan", std::nullopt},
+        {"prereleaseBannerDismissedAt", "inf", std::nullopt},
+        {"prereleaseBannerLastShownAt", "1e3x", std::nullopt},
         {"m8AutoEjectAfterBackup", "true", std::nullopt},
         {"noSuchKey", "x", std::nullopt},
     };

@@ -13,6 +13,7 @@
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
 #include "cards/OperationLock.h"
+#include "content/M8ContentScanner.h"
 #include "core/BackupSet.h"
 #include "core/SettingsStore.h"
 
@@ -21,6 +22,9 @@ namespace tapekeep {
 // Found by argument-dependent lookup, so that failures print the card.
 void PrintTo(const SDCard& card, std::ostream* out) {
     *out << card.volumeName << " " << card.diskUtilUUID;
+}
+void PrintTo(const CardState& state, std::ostream* out) {
+    *out << CardState::rawValue(state.kind) << " \"" << state.message << "\"";
 }
 
 namespace {
@@ -144,7 +148,12 @@ protected:
             }
             return list ? list() : all;
         };
-        configuration.diskInfoProvider = [this](const fs::path& volume, std::stop_token) {
+        configuration.diskInfoProvider = [this](const fs::path& volume, std::stop_token token) {
+            if (holdProbes) {
+                probeEntered = true;
+                while (holdProbes && !token.stop_requested()) std::this_thread::sleep_for(2ms);
+            }
+            if (failProbes) throw std::runtime_error("no answer from the disk");
             std::lock_guard lock(mutex);
             return DiskInfo{uuids.at(volume), false};
         };
@@ -162,18 +171,30 @@ protected:
         return BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
     }
 
+    // As an eject leaves a card: gone from the volumes, an empty folder where it was mounted.
+    void unmount(const fs::path& mountPoint) {
+        {
+            std::lock_guard lock(mutex);
+            std::erase(volumes, mountPoint);
+        }
+        for (const auto& entry : fs::directory_iterator(mountPoint)) fs::remove_all(entry.path());
+    }
+
     BackupViewModel::Dependencies dependencies() {
         BackupViewModel::Dependencies result;
         result.makeScanner = [this] { return makeScanner(); };
         result.runRsync = [this](const std::string& path, const std::vector<std::string>& arguments,
                                  const BackupOperation::LineHandler& onLine,
                                  std::stop_token token) { return runRsync(path, arguments, onLine, token); };
-        result.ejectVolume = [this](const fs::path&, std::stop_token) {
+        result.ejectVolume = [this](const fs::path& mountPoint, std::stop_token) {
             ++ejectCalls;
             if (ejectFails) throw std::runtime_error("device busy");
+            if (ejectUnmounts) unmount(mountPoint);
         };
         result.feedback = &feedback;
+        result.store = &store;
         result.watchCards = false;
+        result.followMounts = false;  // other programs' mounts must not rescan the test's volumes
         return result;
     }
 
@@ -187,6 +208,7 @@ protected:
     std::map<fs::path, std::string> uuids;           // guarded by mutex
     std::function<std::vector<fs::path>()> listing;  // guarded by mutex; replaces volumes
     std::atomic<bool> holdTransfer{false}, transferEntered{false}, failTransfer{false}, ejectFails{false};
+    std::atomic<bool> ejectUnmounts{false}, holdProbes{false}, probeEntered{false}, failProbes{false};
     std::atomic<int> ejectCalls{0};
 
     BackupViewModel model{settings, dependencies()};
@@ -357,6 +379,212 @@ TEST_F(BackupViewModelTest, AChangedFileAfterABackupShowsAsOneChange) {
     writeFile(card.mountPath / "Songs/intro.m8s", "song one, longer now");
     NotificationCenter::defaultCenter().post(Notifications::cardContentMayHaveChanged, card.diskUtilUUID);
     EXPECT_TRUE(waitFor([&] { return freshness(card) == "1 CHANGE"; })) << freshness(card);
+}
+
+TEST_F(BackupViewModelTest, AnEjectedCardIsNotTakenForAnEmptyOne) {
+    const SDCard card = scannedCard();
+    model.startObserving();
+    backUp(card);
+    ASSERT_TRUE(waitFor([&] { return freshness(card) == "UP TO DATE"; })) << freshness(card);
+    ASSERT_TRUE(
+        waitFor([&] { return M8ContentScanner::cachedSummary(card.diskUtilUUID, store).has_value(); }));
+    const auto summary = M8ContentScanner::cachedSummary(card.diskUtilUUID, store);
+    ASSERT_FALSE(summary->empty());
+    ejectUnmounts = true;
+    bool ejected = false;
+    QObject::connect(&model, &BackupViewModel::ejectFinished, [&](const QString&, const QString& error) {
+        ejected = true;
+        EXPECT_TRUE(error.isEmpty()) << error.toStdString();
+    });
+
+    model.ejectCard(card);  // its browse lease's release says the card's content may have changed
+    ASSERT_TRUE(waitFor([&] { return ejected; }));
+    settle(1500ms);  // time for a scan and a comparison of the empty folder to come back
+
+    EXPECT_EQ(M8ContentScanner::cachedSummary(card.diskUtilUUID, store), summary);
+    EXPECT_EQ(freshness(card), "UP TO DATE");
+    EXPECT_FALSE(model.cardContentSummary(card.diskUtilUUID).has_value());
+}
+
+TEST_F(BackupViewModelTest, ACardThatCannotBeLookedUpStopsTheRunWithoutBeingCalledChanged) {
+    const std::vector<std::pair<std::string, std::function<void()>>> failures = {
+        {"the volume listing fails",
+         [&] {
+             setListing(
+                 []() -> std::vector<fs::path> { throw std::runtime_error("mount table unreadable"); });
+         }},
+        {"every disk probe fails", [&] { failProbes = true; }},
+    };
+    const SDCard card = scannedCard();
+    for (const auto& [name, inject] : failures) {
+        SCOPED_TRACE(name);
+        inject();
+        backUp(card);
+        EXPECT_EQ(model.cardState(card.diskUtilUUID),
+                  CardState::failed("Could not confirm the card's identity. Try again."));
+        EXPECT_EQ(versionCount(card), 0u);
+        setListing({});
+        failProbes = false;
+    }
+}
+
+TEST_F(BackupViewModelTest, AStoreThatCannotTakeTheSizesCacheStillShowsItsVersionsAndNote) {
+    const SDCard card = scannedCard();
+    backUp(card);
+    const auto versions = BackupRepository(temp / "backups").listVersions(setRoot(card));
+    ASSERT_EQ(versions.size(), 1u);
+    ASSERT_FALSE(BackupRepository::saveNote(versions.front().url, "kick take 3").has_value());
+    // Where the cache file goes, a folder: no write of the cache can succeed (even as root).
+    fs::remove(setRoot(card) / ".tapekeep-sizes.json");
+    fs::create_directory(setRoot(card) / ".tapekeep-sizes.json");
+
+    BackupViewModel other{settings, dependencies()};
+    other.scanForCards();
+    ASSERT_TRUE(waitFor([&] { return other.cardBackupInfo(card.diskUtilUUID).has_value(); }, 10s));
+    EXPECT_EQ(other.cardBackupInfo(card.diskUtilUUID)->versions, 1);
+    EXPECT_GT(other.cardBackupInfo(card.diskUtilUUID)->totalSize.value_or(0), 0);
+    EXPECT_EQ(other.latestNote(card.diskUtilUUID), "kick take 3");
+}
+
+TEST_F(BackupViewModelTest, ANewCardShowsNoVersionsAndGetsNoSetFolder) {
+    const SDCard card = addCard("CARD", "76FA-7D45-0000-0001");
+    model.scanForCards();
+    ASSERT_TRUE(waitFor([&] { return model.cardBackupInfo(card.diskUtilUUID).has_value(); }, 10s));
+    EXPECT_EQ(*model.cardBackupInfo(card.diskUtilUUID), (BackupInfo{0, std::nullopt}));
+    EXPECT_FALSE(fs::exists(setRoot(card)));
+}
+
+TEST_F(BackupViewModelTest, AfterAOneShotRunTheCardShowsWhatItsDestinationHolds) {
+    const SDCard card = scannedCard();
+    backUp(card);
+    backUp(card);
+    ASSERT_TRUE(waitFor(
+        [&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 2; }));
+    const fs::path oneShot = temp / "elsewhere";
+
+    model.prepareBackup(card, oneShot);
+    backUp(card);
+    ASSERT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::success);
+    ASSERT_EQ(BackupRepository(oneShot).listVersions(oneShot / setRoot(card).filename()).size(), 1u);
+    EXPECT_TRUE(waitFor(
+        [&] { return model.cardBackupInfo(card.diskUtilUUID).value_or(BackupInfo{}).versions == 1; }, 10s));
+    EXPECT_TRUE(model.destinationOverrideVariant().isEmpty());  // spent by that one run
+}
+
+TEST_F(BackupViewModelTest, AutoEjectIsReadWhenTheRunEnds) {
+    const SDCard card = scannedCard();
+    holdNextTransfer(card);
+    settings.setAutoEjectOnCompletion(true);
+    holdTransfer = false;
+    ASSERT_TRUE(waitFor([&] { return !model.isRunning(card.diskUtilUUID); }));
+    EXPECT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::success);
+    EXPECT_EQ(ejectCalls, 1);
+}
+
+TEST_F(BackupViewModelTest, ACancelDuringTheCheckBeforeAutoEjectIsNotASkippedEject) {
+    settings.setAutoEjectOnCompletion(true);
+    const SDCard card = scannedCard();
+    // Once the run has succeeded, the next look-up of the card (the check before the eject) hangs.
+    QObject::connect(&model, &BackupViewModel::cardStatesChanged, [&] {
+        if (model.cardState(card.diskUtilUUID).kind == CardState::Kind::success) holdProbes = true;
+    });
+    model.startBackup(card);
+    ASSERT_TRUE(waitFor([&] { return probeEntered.load(); }));
+    model.cancelRun(card);
+    ASSERT_TRUE(waitFor([&] { return !model.isRunning(card.diskUtilUUID); }));
+    holdProbes = false;
+
+    for (const auto& line : model.cardLog(card.diskUtilUUID))
+        EXPECT_FALSE(line.starts_with("Backup saved; automatic eject skipped")) << line;
+    EXPECT_EQ(ejectCalls, 0);
+    EXPECT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::success);
+    EXPECT_FALSE(OperationLock::shared().isActive(VolumeUUID{card.diskUtilUUID}));
+}
+
+TEST_F(BackupViewModelTest, ARunStartsWithNoFilesRemainingFromTheLastOne) {
+    const SDCard card = scannedCard();
+    backUp(card);
+    ASSERT_TRUE(model.cardFilesRemaining(card.diskUtilUUID).has_value());
+    model.startBackup(card);
+    EXPECT_FALSE(model.cardFilesRemaining(card.diskUtilUUID).has_value());
+    ASSERT_TRUE(waitFor([&] { return !model.isRunning(card.diskUtilUUID); }));
+}
+
+TEST_F(BackupViewModelTest, AKeepCountBelowOneIsRefusedWhenRotating) {
+    const SDCard card = scannedCard();
+    store.setValue("keepCount", 0);  // as a hand-edited file may hold it; the setter refuses it
+    backUp(card);
+    EXPECT_EQ(model.cardState(card.diskUtilUUID),
+              CardState::failed("The setting keepCount is 0, but at least 1 version must be kept. Choose a "
+                                "number of versions to keep in Settings."));
+    EXPECT_EQ(versionCount(card), 0u);
+    EXPECT_FALSE(OperationLock::shared().isActive(VolumeUUID{card.diskUtilUUID}));
+
+    settings.setRotateBackups(false);  // nothing is deleted, so nothing needs keeping
+    backUp(card);
+    EXPECT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::success);
+    EXPECT_EQ(versionCount(card), 1u);
+}
+
+TEST_F(BackupViewModelTest, EveryChangedSettingReachesTheControllersObservers) {
+    const auto changes = countEmissions(&BackupViewModel::settingsChanged);
+    const std::vector<std::function<void()>> edits = {
+        [&] { settings.setKeepCount(9); },
+        [&] { settings.setExcludedVolumes("Other"); },
+        [&] { settings.setAutoEjectOnCompletion(true); },
+        [&] { settings.setM8Accent("lime"); },
+    };
+    for (std::size_t index = 0; index < edits.size(); ++index) {
+        edits[index]();
+        EXPECT_EQ(*changes, static_cast<int>(index + 1));
+    }
+}
+
+TEST_F(BackupViewModelTest, TheContentLabelSaysScanningThenNoM8FilesOnlyForAnEmptyCard) {
+    const SDCard full = addCard("FULL", "76FA-7D45-0000-000F");
+    const SDCard empty{temp / "volumes/EMPTY", "EMPTY", "76FA-7D45-0000-000E"};
+    fs::create_directories(empty.mountPath / "Songs");
+    fs::create_directories(empty.mountPath / "Instruments");
+    {
+        std::lock_guard lock(mutex);
+        uuids[empty.mountPath] = empty.diskUtilUUID;
+        volumes.push_back(empty.mountPath);
+    }
+    std::map<std::string, std::set<std::string>> seen;
+    QObject::connect(&model, &BackupViewModel::cardContentLabelChanged, [&] {
+        for (const SDCard* card : {&full, &empty})
+            if (auto label = model.cardContentLabel(card->diskUtilUUID))
+                seen[card->diskUtilUUID].insert(*label);
+    });
+    scan();
+    ASSERT_TRUE(waitFor([&] {
+        return model.cardContentSummary(full.diskUtilUUID).has_value() &&
+               model.cardContentSummary(empty.diskUtilUUID).has_value() &&
+               !model.cardContentLabel(full.diskUtilUUID).has_value();
+    }));
+    ASSERT_TRUE(waitFor([&] { return model.cardContentLabel(empty.diskUtilUUID) == "No M8 files"; }));
+    EXPECT_EQ(seen[empty.diskUtilUUID], (std::set<std::string>{"Scanning", "No M8 files"}));
+    EXPECT_EQ(seen[full.diskUtilUUID], std::set<std::string>{"Scanning"});
+}
+
+TEST_F(BackupViewModelTest, TheOptionsSheetListsSongsInAnyLetterCaseAndSkipsHiddenFiles) {
+    const SDCard card = addCard("CARD", "76FA-7D45-0000-0001");
+    for (const char* name : {"Songs/LOUD.M8S", "Songs/sub/Deep.M8s", "Songs/._intro.m8s",
+                             "Songs/.trash/old.m8s", "Songs/notes.txt", "Songs/intro.m8s.bak"})
+        writeFile(card.mountPath / name, "song");
+    scan();
+    model.prepareBackup(card);
+    EXPECT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::confirming);
+    ASSERT_TRUE(waitFor([&] { return model.folderSizesLoaded(card.diskUtilUUID); }));
+
+    std::vector<std::string> songs;
+    for (const auto& song : model.cardSongs(card.diskUtilUUID)) songs.push_back(song.relativePath);
+    EXPECT_EQ(songs, (std::vector<std::string>{"Songs/LOUD.M8S", "Songs/intro.m8s", "Songs/sub/Deep.M8s"}));
+    std::map<std::string, std::int64_t> sizes;
+    for (const auto& folder : model.cardFolders(card.diskUtilUUID))
+        sizes[folder.name] = folder.size.value_or(-1);
+    EXPECT_EQ(sizes["Samples"], 4096);
+    EXPECT_EQ(sizes["Instruments"], 4);
 }
 
 }  // namespace
