@@ -262,6 +262,7 @@ void BackupViewModel::applyScan(const std::string& generation, const VolumeScann
     }
     isScanning_ = false;
     emit isScanningChanged();
+    hasScanned_ = true;
     if (auto before = std::exchange(armAfterScan_, std::nullopt)) {
         for (const auto& card : detectedCards_)
             if (!before->contains(card.diskUtilUUID)) armCountdown(card);
@@ -467,10 +468,12 @@ void BackupViewModel::setState(const std::string& uuid, CardState state) {
 }
 
 void BackupViewModel::onMountsChanged() {
-    // Only a card that was not there before a mount may start a countdown.
+    // Only a card that was not there before a mount may start a countdown. Before the first scan
+    // has finished nobody knows which cards were there, so a mount then arms nothing: the cards of
+    // that first scan count as present from the start.
     const bool autoBackup =
         dependencies_.autoBackupOnConnectOverride.value_or(settings_.autoBackupOnConnect());
-    if (autoBackup && !armAfterScan_) {
+    if (autoBackup && !armAfterScan_ && hasScanned_) {
         std::set<std::string> present;
         for (const auto& card : detectedCards_) present.insert(card.diskUtilUUID);
         armAfterScan_ = present;

@@ -337,6 +337,7 @@ private:
     std::map<std::string, std::unique_ptr<CardChangeWatcher>> cardWatchers_;
     std::string scanGeneration_;
     std::optional<std::set<std::string>> armAfterScan_;  // the cards present before a mount
+    bool hasScanned_ = false;                            // a scan's cards have been applied
 
     // Lines from a run's thread wait here until the GUI thread drains them in one queued call.
     std::mutex inboxMutex_;

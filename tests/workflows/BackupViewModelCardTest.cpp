@@ -17,6 +17,7 @@
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
+#include "cards/VolumeScanner.h"
 #include "core/BackupSet.h"
 #include "core/SettingsStore.h"
 #include "workflows/BackupViewModel.h"
@@ -119,6 +120,40 @@ TEST_F(BackupViewModelCardTest, AnAutomaticBackupAfterAOneShotDestinationGoesToT
         << model->cardState(found.diskUtilUUID).message;
     EXPECT_EQ(versionsIn(store(), found), 1u);
     EXPECT_EQ(versionsIn(oneShot, found), 1u);
+}
+
+// A mount that happens while the first scan is still under way (the watcher has just started) must
+// not make the cards of that first scan "newly connected": they were there from the start.
+TEST_F(BackupViewModelCardTest, AMountDuringTheFirstScanArmsNoCountdownForTheCardsAlreadyThere) {
+    settings.setAutoBackupOnConnect(true);
+    settings.setAutoBackupDelaySeconds(86'400);  // a countdown, if one starts, stays visible
+    std::atomic<int> listings{0};
+    std::atomic<bool> firstMayEnd{false};
+    auto dependencies = BackupViewModel::Dependencies{};
+    dependencies.watchCards = false;
+    dependencies.ejectVolume = [](const fs::path&, std::stop_token) {};
+    dependencies.makeScanner = [&, mountPath = card->mountPath()] {
+        VolumeScanner::Configuration configuration;
+        configuration.volumesProvider = [&, mountPath] {
+            if (listings.fetch_add(1) == 0)
+                while (!firstMayEnd) std::this_thread::sleep_for(1ms);
+            return std::vector<fs::path>{mountPath};
+        };
+        return std::make_unique<VolumeScanner>(configuration);
+    };
+    auto model = std::make_unique<BackupViewModel>(settings, std::move(dependencies));
+    model->startObserving();
+    model->scanForCards();
+    ASSERT_TRUE(waitFor([&] { return listings >= 1; }));
+
+    fs::create_directories(temp / "elsewhere");
+    FatCard other(temp / "other.img", temp / "elsewhere", "OTHER");  // the mount, mid-scan
+    const bool rescanned = waitFor([&] { return listings >= 2 && !model->isScanning(); });
+    firstMayEnd = true;
+    ASSERT_TRUE(rescanned);
+    ASSERT_EQ(model->detectedCards().size(), 1u);
+    EXPECT_EQ(model->cardState(card->uuid()).kind, CardState::Kind::idle)
+        << CardState::rawValue(model->cardState(card->uuid()).kind);
 }
 
 TEST_F(BackupViewModelCardTest, TheDefaultScannerLeavesOutTheVolumesThatTheSettingExcludes) {
