@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "FileSnapshot.h"
 #include "TempDir.h"
 #include "core/PosixError.h"
 #include "core/SettingsStoreError.h"
@@ -19,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using test::FileSnapshot;
 
 TEST(SettingsStoreTest, MissingFileReadsEmptyAndIsCreatedOnWrite) {
     test::TempDir folder;
@@ -30,22 +32,6 @@ TEST(SettingsStoreTest, MissingFileReadsEmptyAndIsCreatedOnWrite) {
     EXPECT_EQ(json::parse(test::readFile(folder / "tapekeep/settings.json")), (json{{"keepCount", 7}}));
 }
 
-// What must not change about a damaged file: its bytes (or kind), its inode and its mode.
-struct Snapshot {
-    std::string bytes;
-    ino_t inode = 0;
-    mode_t mode = 0;
-
-    static Snapshot of(const fs::path& path) {
-        struct stat status {};
-        if (::lstat(path.c_str(), &status) != 0) return {};
-        std::string bytes = S_ISREG(status.st_mode) ? test::readFile(path) : std::string();
-        if (S_ISLNK(status.st_mode)) bytes = fs::read_symlink(path).string();
-        return {bytes, status.st_ino, status.st_mode};
-    }
-    bool operator==(const Snapshot&) const = default;
-};
-
 std::string damageText(const fs::path& file, const std::string& reason) {
     return "Settings file is damaged: " + file.string() + ": " + reason + ". Fix or remove it.";
 }
@@ -53,7 +39,7 @@ std::string damageText(const fs::path& file, const std::string& reason) {
 // Reads fall back to empty; every write is refused with the damage text and leaves the file as it
 // was, with nothing made beside it.
 void expectLeftAlone(const fs::path& file, const std::string& reason) {
-    const Snapshot before = Snapshot::of(file);
+    const FileSnapshot before = FileSnapshot::of(file);
     SettingsStore store(file);
     EXPECT_EQ(store.all(), json::object());
     EXPECT_EQ(store.value("keepCount"), std::nullopt);
@@ -65,7 +51,7 @@ void expectLeftAlone(const fs::path& file, const std::string& reason) {
         EXPECT_EQ(error.description(), damageText(file, reason));
     }
     EXPECT_THROW(store.removeValue("keepCount"), SettingsStoreError);
-    EXPECT_EQ(Snapshot::of(file), before);
+    EXPECT_EQ(FileSnapshot::of(file), before);
     std::vector<std::string> beside;
     for (const auto& entry : fs::directory_iterator(file.parent_path()))
         if (entry.path() != file) beside.push_back(entry.path().filename().string());

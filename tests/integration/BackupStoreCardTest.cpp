@@ -11,6 +11,8 @@
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FileContent.h"
+#include "FuseCardTest.h"
 #include "M8Files.h"
 #include "TempDir.h"
 
@@ -20,30 +22,14 @@ namespace fs = std::filesystem;
 using test::FatCard;
 using test::readFile;
 using test::runCli;
-using test::TempDir;
+using test::treeOf;
 using test::writeFile;
 using Names = std::vector<std::string>;
 
-// Every path below the folder, relative to it, with the content of each file: a picture of what
-// is on disk, to show that nothing changed.
-std::map<std::string, std::string> treeOf(const fs::path& folder) {
-    std::map<std::string, std::string> tree;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-        const std::string relative = fs::relative(entry.path(), folder).string();
-        if (entry.is_symlink())
-            tree[relative] = "-> " + fs::read_symlink(entry.path()).string();
-        else
-            tree[relative] = entry.is_regular_file() ? readFile(entry.path()) : "/";
-    }
-    return tree;
-}
-
-class BackupStoreCardTest : public ::testing::Test {
+// Each test makes the cards it needs.
+class BackupStoreCardTest : public test::FuseCardTest {
 protected:
-    void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-    }
+    void SetUp() override { prepareVolumes(); }
 
     // A card named M8CARD; volumeId as mkfs.vfat takes it ("4C3C645B"), or empty for any.
     std::unique_ptr<FatCard> makeCard(const std::string& image, const std::string& volumeId,
@@ -52,21 +38,6 @@ protected:
         writeFile(card->mountPath() / "Songs/SONG.m8s", song);
         writeFile(card->mountPath() / "Instruments/BASS.m8i", "bass of " + song);
         return card;
-    }
-
-    test::CliResult cli(std::vector<std::string> arguments, const fs::path& base) {
-        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base.string()});
-        return runCli(temp_ / "home", arguments);
-    }
-    test::CliResult cli(std::vector<std::string> arguments) { return cli(std::move(arguments), base_); }
-
-    fs::path backupOk(std::vector<std::string> extra = {}) {
-        std::vector<std::string> arguments = {"--json", "backup", "M8CARD"};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        const auto result = cli(arguments);
-        EXPECT_EQ(result.status, 0) << result.err;
-        if (result.status != 0) return {};
-        return nlohmann::json::parse(result.out).at("version").get<std::string>();
     }
 
     Names listedVersions(const std::string& set) {
@@ -78,10 +49,6 @@ protected:
         for (const auto& version : listed.at("versions")) names.push_back(version.at("folderName"));
         return names;
     }
-
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
 };
 
 // ---- only dated folders are versions --------------------------------------------------------
@@ -236,7 +203,7 @@ TEST_F(BackupStoreCardTest, DiskThatFillsDuringTheTransferIsReportedAsFull) {
                   "exec /usr/bin/rsync \"$@\"\n");
     fs::permissions(rsync, fs::perms::owner_all);
 
-    const auto result = cli({"--rsync", rsync.string(), "backup", "M8CARD"}, base);
+    const auto result = runCli(home(), cliArguments({"--rsync", rsync.string(), "backup", "M8CARD"}, base));
     EXPECT_EQ(result.status, 1) << result.err;
     EXPECT_EQ(result.lastErrorLine, "The backup disk is full. The backup was not published.") << result.err;
     EXPECT_NE(result.err.find("No space left on device"), std::string::npos) << result.err;

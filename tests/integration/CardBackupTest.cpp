@@ -1,41 +1,28 @@
 // End to end on a real FAT card mounted through FUSE, with the real rsync and the real CLI.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "CardFiles.h"
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FileContent.h"
+#include "FuseCardTest.h"
+#include "LiveProcesses.h"
 #include "M8Files.h"
 #include "TempDir.h"
 
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
-using test::CliProcess;
-using test::FatCard;
+using test::inodeOf;
+using test::pseudoRandomBytes;
 using test::readFile;
-using test::runCli;
-using test::TempDir;
+using test::rewriteOnCard;
 using test::writeFile;
-
-ino_t inode(const fs::path& path) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) return 0;
-    return info.st_ino;
-}
-
-std::string pseudoRandomBytes(std::size_t size, unsigned seed) {
-    std::string bytes(size, '\0');
-    for (auto& byte : bytes) {
-        seed = seed * 1103515245u + 12345u;
-        byte = static_cast<char>(seed >> 16);
-    }
-    return bytes;
-}
 
 void populateCard(const fs::path& root) {
     writeFile(
@@ -49,18 +36,12 @@ void populateCard(const fs::path& root) {
     writeFile(root / "Samples/pad.wav", pseudoRandomBytes(200000, 99));
 }
 
-class CardBackupTest : public ::testing::Test {
+class CardBackupTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         populateCard(card_->mountPath());
-    }
-
-    test::CliResult cli(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base_.string()});
-        return runCli(temp_ / "home", arguments);
     }
 
     // A FAT UUID "4C3C-645B" names the set "M8CARD_4C3C645B".
@@ -70,15 +51,6 @@ protected:
         return base_ / ("M8CARD_" + id);
     }
 
-    fs::path backupOk(std::vector<std::string> extra = {}) {
-        std::vector<std::string> arguments = {"--json", "backup", "M8CARD"};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        const auto result = cli(arguments);
-        EXPECT_EQ(result.status, 0) << result.err;
-        if (result.status != 0) return {};
-        return nlohmann::json::parse(result.out).at("version").get<std::string>();
-    }
-
     std::vector<std::string> setEntries() const {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(setRoot()))
@@ -86,11 +58,6 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
-    std::unique_ptr<FatCard> card_;
 };
 
 TEST_F(CardBackupTest, CardIsFoundByItsVolumeUuid) {
@@ -111,19 +78,13 @@ TEST_F(CardBackupTest, FirstBackupPublishesAVersionEqualToTheCard) {
     EXPECT_EQ(fs::read_symlink(setRoot() / "latest"), version.filename());  // relative
     for (const auto& name : setEntries()) EXPECT_FALSE(name.starts_with(".incomplete-")) << name;
     std::string differences;
-    EXPECT_EQ(test::runShell("diff -r " + test::shellQuote(card_->mountPath().string()) + " " +
-                                 test::shellQuote(version.string()),
-                             &differences),
-              0)
-        << differences;
+    EXPECT_TRUE(test::sameTree(card_->mountPath(), version, &differences)) << differences;
 }
 
 TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
     const fs::path first = backupOk();
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-    // fusefat cannot rewrite a file in place: the song is saved anew, as the device does.
-    fs::remove(card_->mountPath() / "Songs/DEMO.m8s");
-    writeFile(card_->mountPath() / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/pad.wav"}));
+    rewriteOnCard(card_->mountPath() / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/pad.wav"}));
     const fs::path second = backupOk();
     ASSERT_FALSE(first.empty());
     ASSERT_FALSE(second.empty());
@@ -132,9 +93,9 @@ TEST_F(CardBackupTest, SecondBackupHardLinksUnchangedFilesToTheFirst) {
         if (!entry.is_regular_file()) continue;
         const auto relative = fs::relative(entry.path(), second);
         if (relative == "Songs/DEMO.m8s")
-            EXPECT_NE(inode(entry.path()), inode(first / relative));
+            EXPECT_NE(inodeOf(entry.path()), inodeOf(first / relative));
         else
-            EXPECT_EQ(inode(entry.path()), inode(first / relative)) << relative;
+            EXPECT_EQ(inodeOf(entry.path()), inodeOf(first / relative)) << relative;
     }
     EXPECT_EQ(readFile(second / "Songs/DEMO.m8s"), test::songWithSamples({"/Samples/pad.wav"}));
 }
@@ -187,39 +148,28 @@ TEST_F(CardBackupTest, SigtermMidTransferDiscardsTheStagingFolder) {
     const fs::path slowRsync = temp_ / "slow-rsync";
     writeFile(slowRsync, "#!/bin/sh\nexec /usr/bin/rsync --bwlimit=200 \"$@\"\n");
     fs::permissions(slowRsync, fs::perms::owner_all);
-    CliProcess process(temp_ / "home", {"--volumes-root", volumes_.string(), "--base", base_.string(),
-                                        "--rsync", slowRsync.string(), "backup", "M8CARD"});
+    const auto process = startCli({"--rsync", slowRsync.string(), "backup", "M8CARD"});
     // Wait until the transfer has begun writing into staging.
-    bool copying = false;
-    for (int i = 0; i < 300 && !copying; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        if (!fs::exists(setRoot())) continue;
-        for (const auto& entry : fs::directory_iterator(setRoot()))
-            if (entry.path().filename().string().starts_with(".incomplete-") &&
-                fs::exists(entry.path() / "Instruments"))
-                copying = true;
-    }
-    ASSERT_TRUE(copying) << process.err();
-    process.signal(SIGTERM);
-    EXPECT_EQ(process.wait(), 130) << process.err();
-    EXPECT_EQ(process.lastErrorLine(), "Backup was cancelled.");
+    const bool copying = test::waitUntil([&] {
+        const auto staging = storeEntries(".incomplete-");
+        return std::any_of(staging.begin(), staging.end(),
+                           [](const fs::path& folder) { return fs::exists(folder / "Instruments"); });
+    });
+    ASSERT_TRUE(copying) << process->err();
+    process->signal(SIGTERM);
+    EXPECT_EQ(process->wait(), 130) << process->err();
+    EXPECT_EQ(process->lastErrorLine(), "Backup was cancelled.");
     const auto entries = setEntries();
     EXPECT_TRUE(std::none_of(entries.begin(), entries.end(), [](const std::string& name) {
         return name.starts_with(".incomplete-") || name.starts_with("backup-");
     })) << testing::PrintToString(entries);
 }
 
-// Rewrites a file on the card as the device saves it: removed, then written anew.
-void rewrite(const fs::path& file, const std::string& content) {
-    fs::remove(file);
-    writeFile(file, content);
-}
-
 TEST_F(CardBackupTest, SongsOnlyCopiesTheSongAndExactlyItsSamplesOverTheWholeCard) {
     const fs::path first = backupOk();
     const fs::path card = card_->mountPath();
-    rewrite(card / "Samples/Drums/hit 0.wav", "re-recorded, used by the song");
-    rewrite(card / "Samples/Drums/hit 5.wav", "re-recorded, used by no song");
+    rewriteOnCard(card / "Samples/Drums/hit 0.wav", "re-recorded, used by the song");
+    rewriteOnCard(card / "Samples/Drums/hit 5.wav", "re-recorded, used by no song");
     std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     const auto result = cli({"--json", "backup", "M8CARD", "--songs", "Songs/DEMO.m8s"});
     ASSERT_EQ(result.status, 0) << result.err;
@@ -227,7 +177,7 @@ TEST_F(CardBackupTest, SongsOnlyCopiesTheSongAndExactlyItsSamplesOverTheWholeCar
     EXPECT_EQ(readFile(second / "Samples/Drums/hit 0.wav"), "re-recorded, used by the song");
     EXPECT_EQ(readFile(second / "Samples/Drums/hit 5.wav"), pseudoRandomBytes(30000, 15));
     for (const char* unchanged : {"Samples/pad.wav", "Samples/Drums/hit 5.wav", "Instruments/BASS.m8i"})
-        EXPECT_EQ(inode(second / unchanged), inode(first / unchanged)) << unchanged;
+        EXPECT_EQ(inodeOf(second / unchanged), inodeOf(first / unchanged)) << unchanged;
     EXPECT_NE(
         result.err.find("Skipped 1 sample reference(s) that no longer exist on the card: Samples/lost.wav"),
         std::string::npos)

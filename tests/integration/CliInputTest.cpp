@@ -13,10 +13,12 @@
 #include <optional>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FileSnapshot.h"
+#include "FuseCardTest.h"
+#include "LiveProcesses.h"
 #include "M8Files.h"
 #include "TempDir.h"
 #include "core/Utf8.h"
@@ -25,8 +27,7 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
-using test::CliProcess;
-using test::FatCard;
+using test::FileSnapshot;
 using test::readFile;
 using test::runCli;
 using test::shellQuote;
@@ -59,23 +60,14 @@ bool holdsRawControlOrBadByte(const std::string& text) {
     return !isValidUtf8(text);
 }
 
-// What must not change about a settings file that is left alone: its kind, bytes, inode and mode.
-struct Snapshot {
-    std::string bytes;
-    ino_t inode = 0;
-    mode_t mode = 0;
-
-    static Snapshot of(const fs::path& path) {
-        struct stat status {};
-        if (::lstat(path.c_str(), &status) != 0) return {};
-        return {S_ISREG(status.st_mode) ? readFile(path) : std::string(), status.st_ino, status.st_mode};
-    }
-    bool operator==(const Snapshot&) const = default;
-};
+// Where tapekeep-cli run with that home keeps its settings.
+fs::path settingsFileIn(const fs::path& home) {
+    return home / "config/tapekeep/settings.json";
+}
 
 class CliInputTest : public ::testing::Test {
 protected:
-    fs::path settingsFile() const { return home_ / "config/tapekeep/settings.json"; }
+    fs::path settingsFile() const { return settingsFileIn(home_); }
 
     test::CliResult cli(const std::vector<std::string>& arguments) const { return runCli(home_, arguments); }
 
@@ -123,7 +115,7 @@ TEST_F(CliInputTest, DamagedSettingsFileIsLeftAsItIsReadingCommandsWorkOnDefault
         make(settingsFile());
         fs::permissions(settingsFile(),
                         fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
-        const Snapshot before = Snapshot::of(settingsFile());
+        const FileSnapshot before = FileSnapshot::of(settingsFile());
         const std::string damage =
             "Settings file is damaged: " + settingsFile().string() + ": " + reason + ". Fix or remove it.";
 
@@ -145,7 +137,7 @@ TEST_F(CliInputTest, DamagedSettingsFileIsLeftAsItIsReadingCommandsWorkOnDefault
         EXPECT_EQ(written.status, 1) << written.err;
         EXPECT_EQ(written.lastErrorLine, damage);
 
-        EXPECT_EQ(Snapshot::of(settingsFile()), before);
+        EXPECT_EQ(FileSnapshot::of(settingsFile()), before);
     }
 }
 
@@ -260,12 +252,11 @@ TEST_F(CliInputTest, SongNamesAndSamplePathsCannotForgeLinesInPlainOutput) {
 
 // A card whose file system is mounted under a folder of the test's choosing, as the system names a
 // volume after its label, which can hold any bytes.
-class CliCardInputTest : public CliInputTest {
+class CliCardInputTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         writeFile(card_->mountPath() / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/kick.wav"}));
         writeFile(card_->mountPath() / "Instruments/BASS.m8i", "bass");
         writeFile(card_->mountPath() / "Samples/kick.wav", "RIFF kick");
@@ -274,6 +265,8 @@ protected:
     void TearDown() override {
         if (remounted_) unmountRemount();
     }
+
+    fs::path settingsFile() const { return settingsFileIn(home()); }
 
     void remountAs(const std::string& name) {
         card_->unmount();
@@ -289,29 +282,14 @@ protected:
 
     // fusefat writes back lazily, so a busy mount is retried, as the card itself does.
     void unmountRemount() {
-        for (int attempt = 0; attempt < 20; ++attempt) {
-            if (test::runShell("fusermount -u " + shellQuote(remounted_->string())) == 0) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
+        test::waitUntil(
+            [&] { return test::runShell("fusermount -u " + shellQuote(remounted_->string())) == 0; },
+            std::chrono::seconds(2));
         remounted_.reset();
     }
 
-    test::CliResult cliOnCard(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base_.string()});
-        return cli(arguments);
-    }
+    std::vector<fs::path> publishedVersions() const { return storeEntries("backup-"); }
 
-    std::vector<fs::path> publishedVersions() const {
-        std::vector<fs::path> versions;
-        if (!fs::exists(base_)) return versions;
-        for (const auto& set : fs::directory_iterator(base_))
-            for (const auto& entry : fs::directory_iterator(set.path()))
-                if (entry.path().filename().string().starts_with("backup-")) versions.push_back(entry.path());
-        return versions;
-    }
-
-    fs::path volumes_ = temp_ / "volumes";
-    std::unique_ptr<FatCard> card_;
     std::optional<fs::path> remounted_;
 };
 
@@ -352,9 +330,9 @@ TEST_F(CliCardInputTest, KeepBelowOneIsAUsageErrorBeforeAnythingIsWritten) {
     };
     for (const auto& [name, storedSettings, arguments, lastErrorLine] : cases) {
         SCOPED_TRACE(name);
-        fs::remove_all(home_);
+        fs::remove_all(home());
         if (storedSettings) writeFile(settingsFile(), *storedSettings);
-        const auto result = cliOnCard(arguments);
+        const auto result = cli(arguments);
         EXPECT_EQ(result.status, 2) << result.err;
         EXPECT_EQ(result.lastErrorLine, lastErrorLine);
         EXPECT_EQ(publishedVersions().size(), 0u);
@@ -368,7 +346,7 @@ TEST_F(CliCardInputTest, KeepBelowOneIsAUsageErrorBeforeAnythingIsWritten) {
 
 TEST_F(CliCardInputTest, TheCliNamesNoSound) {
     writeFile(settingsFile(), R"({"playSoundOnCompletion": true, "completionSoundName": "Glass"})");
-    const auto result = cliOnCard({"backup", "M8CARD"});
+    const auto result = cli({"backup", "M8CARD"});
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(publishedVersions().size(), 1u);
     EXPECT_EQ(result.err.find("sound"), std::string::npos) << result.err;
@@ -379,19 +357,19 @@ TEST_F(CliCardInputTest, CardNamedWithBadBytesAndControlsIsListedAndBackedUp) {
     remountAs("M8\xFF\x1b[2J\nCARD");
     const std::string repairedName = "M8" + replacement + "\x1b[2J\nCARD";
 
-    const auto cards = cliOnCard({"--json", "cards"});
+    const auto cards = cli({"--json", "cards"});
     ASSERT_EQ(cards.status, 0) << cards.err;
     const auto listed = json::parse(cards.out).at("cards");
     ASSERT_EQ(listed.size(), 1u) << cards.out;
     EXPECT_EQ(listed[0].at("volumeName"), repairedName);
     EXPECT_EQ(listed[0].at("uuid"), card_->uuid());
 
-    const auto plain = cliOnCard({"cards"});
+    const auto plain = cli({"cards"});
     ASSERT_EQ(plain.status, 0) << plain.err;
     EXPECT_EQ(linesOf(plain.out), std::vector<std::string>{"M8\\xff\\x1b[2J\\nCARD\t" + card_->uuid() + "\t" +
                                                            volumes_.string() + "/M8\\xff\\x1b[2J\\nCARD"});
 
-    const auto backup = cliOnCard({"--json", "backup", card_->uuid()});
+    const auto backup = cli({"--json", "backup", card_->uuid()});
     ASSERT_EQ(backup.status, 0) << backup.err;
     const std::string version = json::parse(backup.out).at("version").get<std::string>();
     const auto versions = publishedVersions();
@@ -402,25 +380,19 @@ TEST_F(CliCardInputTest, CardNamedWithBadBytesAndControlsIsListedAndBackedUp) {
 
 TEST_F(CliCardInputTest, WatchPrintsACardNamedWithBadBytesAsJsonLines) {
     remountAs(std::string("M8\xFF") + "CARD");
-    CliProcess watcher(home_,
-                       {"--volumes-root", volumes_.string(), "--base", base_.string(), "--json", "watch"});
+    const auto watcher = startCli({"--json", "watch"});
     auto idleLine = [&]() -> std::optional<json> {
-        for (const auto& line : linesOf(watcher.out()))
-            if (auto parsed = json::parse(line, nullptr, false);
-                parsed.is_object() && parsed.value("state", "") == "idle")
-                return parsed;
+        for (const auto& line : test::jsonLinesOf(watcher->out()))
+            if (line.value("state", "") == "idle") return line;
         return std::nullopt;
     };
     // Waits (generously) for the card's first line; a watcher that died never prints it.
     std::optional<json> idle;
-    for (int poll = 0; poll < 600 && !idle; ++poll) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        idle = idleLine();
-    }
-    ASSERT_TRUE(idle.has_value()) << watcher.out() << watcher.err();
+    test::waitUntil([&] { return (idle = idleLine()).has_value(); }, std::chrono::seconds(60));
+    ASSERT_TRUE(idle.has_value()) << watcher->out() << watcher->err();
     EXPECT_EQ(idle->at("volumeName"), "M8" + replacement + "CARD");
-    watcher.signal(SIGTERM);
-    EXPECT_EQ(watcher.wait(), 0) << watcher.err();
+    watcher->signal(SIGTERM);
+    EXPECT_EQ(watcher->wait(), 0) << watcher->err();
 }
 
 }  // namespace

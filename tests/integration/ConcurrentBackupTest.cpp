@@ -7,10 +7,10 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FuseCardTest.h"
 #include "LiveProcesses.h"
 #include "TempDir.h"
 
@@ -19,27 +19,19 @@ namespace {
 namespace fs = std::filesystem;
 using test::CliProcess;
 using test::FatCard;
-using test::TempDir;
 using test::writeFile;
 using Json = nlohmann::json;
 
 const std::string refusal = "Cannot start backup — backup in progress on this card.";
 
-class ConcurrentBackupTest : public ::testing::Test {
+class ConcurrentBackupTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         writeFile(card_->mountPath() / "Songs/DEMO.m8s", std::string(12000, 's'));
         writeFile(card_->mountPath() / "Instruments/BASS.m8i", std::string(400, 'b'));
         writeFile(card_->mountPath() / "Samples/pad.wav", std::string(200000, 'p'));
-    }
-
-    std::vector<std::string> arguments(std::vector<std::string> command) const {
-        command.insert(command.begin(),
-                       {"--volumes-root", volumes_.string(), "--base", base_.string(), "--json"});
-        return command;
     }
 
     // What a reader of the store sees: each set's entries, the target of each link, and every file in
@@ -64,18 +56,7 @@ protected:
         return items;
     }
 
-    int count(const std::string& prefix) const {
-        int found = 0;
-        for (const auto& set : fs::directory_iterator(base_))
-            for (const auto& entry : fs::directory_iterator(set))
-                found += entry.path().filename().string().starts_with(prefix);
-        return found;
-    }
-
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
-    std::unique_ptr<FatCard> card_;
+    int count(const std::string& prefix) const { return static_cast<int>(storeEntries(prefix).size()); }
 };
 
 // Each round the first process is held by the test hook at one step of its run while the second
@@ -89,11 +70,12 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
         const std::string step = steps[round % 6];
         SCOPED_TRACE("round " + std::to_string(round) + ", first held at " + step);
         const fs::path marker = temp_ / ("held-" + std::to_string(round));
-        CliProcess first(temp_ / "home", arguments({"backup", "M8CARD", "--keep", "2"}),
-                         {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
-        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || first.hasExited(); }) &&
+        const auto first =
+            startCli({"--json", "backup", "M8CARD", "--keep", "2"},
+                     {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || first->hasExited(); }) &&
                     fs::exists(marker))
-            << first.err();
+            << first->err();
 
         const auto before = store();
         std::map<std::string, std::string> environment;
@@ -102,16 +84,15 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
             fs::permissions(temp_ / "other-run", fs::perms::owner_all);
             environment["XDG_RUNTIME_DIR"] = (temp_ / "other-run").string();
         }
-        const auto second =
-            test::runCli(temp_ / "home", arguments({"backup", "M8CARD", "--keep", "2"}), environment);
+        const auto second = cli({"--json", "backup", "M8CARD", "--keep", "2"}, environment);
         EXPECT_EQ(second.status, 1) << second.err;
         EXPECT_EQ(second.lastErrorLine, refusal) << second.err;
         EXPECT_EQ(second.out, "");
         EXPECT_EQ(store(), before);
 
         fs::remove(marker);
-        ASSERT_EQ(first.wait(), 0) << first.err();
-        const fs::path version = Json::parse(first.out()).at("version").get<std::string>();
+        ASSERT_EQ(first->wait(), 0) << first->err();
+        const fs::path version = Json::parse(first->out()).at("version").get<std::string>();
         EXPECT_TRUE(fs::is_directory(version));
         EXPECT_EQ(fs::read_symlink(version.parent_path() / "latest"), version.filename());
         EXPECT_EQ(count("backup-"), std::min(round + 1, 2));
@@ -123,13 +104,10 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
 // Whether the watcher printed a line for the card in that state with that message.
 bool printed(const CliProcess& watcher, const std::string& volume, const std::string& state,
              const std::optional<std::string>& message = std::nullopt) {
-    std::istringstream lines(watcher.out());
-    for (std::string line; std::getline(lines, line);) {
-        const auto parsed = Json::parse(line, nullptr, false);
-        if (parsed.is_object() && parsed.at("volumeName") == volume && parsed.at("state") == state &&
-            (!message || parsed.at("message") == *message))
+    for (const auto& line : test::jsonLinesOf(watcher.out()))
+        if (line.at("volumeName") == volume && line.at("state") == state &&
+            (!message || line.at("message") == *message))
             return true;
-    }
     return false;
 }
 
@@ -141,7 +119,7 @@ TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
     FatCard other(temp_ / "other.img", volumes_, "OTHER");
     writeFile(other.mountPath() / "Songs/A.m8s", "a");
     writeFile(other.mountPath() / "Instruments/B.m8i", "b");
-    ASSERT_EQ(test::runCli(temp_ / "home", {"settings", "set", "autoBackupDelaySeconds", "2"}).status, 0);
+    ASSERT_EQ(test::runCli(home(), {"settings", "set", "autoBackupDelaySeconds", "2"}).status, 0);
     const fs::path marker = temp_ / "held";
     auto holdAt = [&](const std::string& step) {
         return std::map<std::string, std::string>{{"TAPEKEEP_TEST_PAUSE_AT", step},
@@ -149,8 +127,7 @@ TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
     };
     auto watchUntilItHasLooked = [&](const std::map<std::string, std::string>& environment) {
         card_->unmount();
-        auto watcher =
-            std::make_unique<CliProcess>(temp_ / "home", arguments({"watch", "--auto"}), environment);
+        auto watcher = startCli({"--json", "watch", "--auto"}, environment);
         EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "OTHER", "idle"); })) << watcher->out();
         card_->mount();
         return watcher;
@@ -159,7 +136,7 @@ TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
     {  // the watcher's automatic backup holds the card
         auto watcher = watchUntilItHasLooked(holdAt("transfer-pass"));
         ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker); })) << watcher->out() << watcher->err();
-        const auto refused = test::runCli(temp_ / "home", arguments({"backup", "M8CARD"}));
+        const auto refused = cli({"--json", "backup", "M8CARD"});
         EXPECT_EQ(refused.status, 1);
         EXPECT_EQ(refused.lastErrorLine, refusal) << refused.err;
         fs::remove(marker);
@@ -170,15 +147,15 @@ TEST_F(ConcurrentBackupTest, AWatcherAndABackupCommandNeverBothBackUpTheCard) {
         EXPECT_EQ(count("backup-"), 1);
     }
     {  // a backup command holds the card when the watcher sees it arrive
-        CliProcess command(temp_ / "home", arguments({"backup", "M8CARD"}), holdAt("renamed"));
-        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || command.hasExited(); }) &&
+        const auto command = startCli({"--json", "backup", "M8CARD"}, holdAt("renamed"));
+        ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || command->hasExited(); }) &&
                     fs::exists(marker))
-            << command.err();
+            << command->err();
         auto watcher = watchUntilItHasLooked({});
         EXPECT_TRUE(test::waitUntil([&] { return printed(*watcher, "M8CARD", "failed", refusal); }))
             << watcher->out() << watcher->err();
         fs::remove(marker);
-        EXPECT_EQ(command.wait(), 0) << command.err();
+        EXPECT_EQ(command->wait(), 0) << command->err();
         watcher->signal(SIGTERM);
         watcher->wait();
         EXPECT_EQ(count("backup-"), 2);

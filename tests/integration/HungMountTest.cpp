@@ -5,10 +5,11 @@
 
 #include <csignal>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FuseCardTest.h"
+#include "LiveProcesses.h"
 #include "TempDir.h"
 
 namespace tapekeep {
@@ -16,7 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::CliProcess;
 using test::FatCard;
-using test::TempDir;
 using test::writeFile;
 using Json = nlohmann::json;
 
@@ -43,13 +43,14 @@ int threadsWaitingOnFuse(pid_t process) {
 
 // Waits until the test holds or the process has ended; false when the guard ran out first.
 bool waitUntil(const CliProcess& process, const std::function<bool()>& holds) {
-    const auto until = std::chrono::steady_clock::now() + guard;
-    while (std::chrono::steady_clock::now() < until) {
-        if (holds()) return true;
-        if (!fs::exists(fs::path("/proc") / std::to_string(process.pid()) / "task")) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    bool held = false;
+    test::waitUntil(
+        [&] {
+            held = holds();
+            return held || !fs::exists(fs::path("/proc") / std::to_string(process.pid()) / "task");
+        },
+        guard);
+    return held;
 }
 
 // Whether the process has ended as far as it can while the mount is frozen: reaped, or exited with
@@ -73,15 +74,15 @@ struct ThawOnExit {
     ~ThawOnExit() { card.thaw(); }
 };
 
-class HungMountTest : public ::testing::Test {
+class HungMountTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
+        prepareVolumes();
+        if (IsSkipped()) return;
         // Mounted first, so that every walk of the mounts meets it before the card.
         hung_ = std::make_unique<FatCard>(temp_ / "hung.img", volumes_, "STALLED");
         writeFile(hung_->mountPath() / "Songs/OLD.m8s", "song");
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        insertCard();
         writeFile(card_->mountPath() / "Songs/DEMO.m8s", "song");
         writeFile(card_->mountPath() / "Instruments/BASS.m8i", "bass");
         hung_->freeze();
@@ -97,11 +98,8 @@ protected:
         return process.waitAtMost(guard);
     }
 
-    std::unique_ptr<CliProcess> start(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--volumes-root", volumes_.string(), "--base", base_.string()});
-        return std::make_unique<CliProcess>(
-            temp_ / "home", std::move(arguments),
-            std::map<std::string, std::string>{{"TAPEKEEP_LOG_LEVEL", "debug"}});
+    std::unique_ptr<CliProcess> start(const std::vector<std::string>& arguments) const {
+        return startCli(arguments, {{"TAPEKEEP_LOG_LEVEL", "debug"}});
     }
 
     bool stagingLeft() const {
@@ -111,11 +109,7 @@ protected:
         return false;
     }
 
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
     std::unique_ptr<FatCard> hung_;
-    std::unique_ptr<FatCard> card_;
 };
 
 TEST_F(HungMountTest, CardsListsTheGoodCardAndLeavesTheHungMountOut) {

@@ -9,6 +9,8 @@
 
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FileContent.h"
+#include "FuseCardTest.h"
 #include "LiveProcesses.h"
 #include "TempDir.h"
 
@@ -16,30 +18,15 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using test::CliProcess;
-using test::FatCard;
-using test::TempDir;
+using test::pseudoRandomBytes;
+using test::sameTree;
 using test::writeFile;
 
-std::string pseudoRandomBytes(std::size_t size, unsigned seed) {
-    std::string bytes(size, '\0');
-    for (auto& byte : bytes) {
-        seed = seed * 1103515245u + 12345u;
-        byte = static_cast<char>(seed >> 16);
-    }
-    return bytes;
-}
-
-bool sameTree(const fs::path& a, const fs::path& b) {
-    return test::runShell("diff -r " + test::shellQuote(a.string()) + " " + test::shellQuote(b.string())) ==
-           0;
-}
-
-class KillSafetyTest : public ::testing::Test {
+class KillSafetyTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         writeFile(card_->mountPath() / "Songs/DEMO.m8s", pseudoRandomBytes(12000, 1));
         writeFile(card_->mountPath() / "Instruments/BASS.m8i", pseudoRandomBytes(400, 2));
         writeFile(card_->mountPath() / "Samples/pad.wav", pseudoRandomBytes(200000, 3));
@@ -50,16 +37,14 @@ protected:
 
     // `options` go before the command, as --rsync does.
     std::vector<std::string> backupArguments(const std::vector<std::string>& options = {}) const {
-        std::vector<std::string> arguments = {"--volumes-root", volumes_.string(), "--base", base_.string(),
-                                              "--json"};
+        std::vector<std::string> arguments = {"--json"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         arguments.insert(arguments.end(), {"backup", "M8CARD", "--keep", "1"});
-        return arguments;
+        return cliArguments(arguments);
     }
 
     test::CliResult backUp() { return test::runCli(home(), backupArguments()); }
 
-    fs::path home() const { return temp_ / "home"; }
     // The one set folder: the card's.
     fs::path setRoot() const {
         std::vector<fs::path> sets;
@@ -92,12 +77,8 @@ protected:
             << when << ": latest names " << target;
     }
 
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
     fs::path slowRsync_ = temp_ / "slow-rsync";
     fs::path cardBefore_ = temp_ / "card-before";
-    std::unique_ptr<FatCard> card_;
 };
 
 struct KillPoint {

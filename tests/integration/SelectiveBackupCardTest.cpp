@@ -9,17 +9,16 @@
 #include "CardFiles.h"
 #include "CliProcess.h"
 #include "FatCard.h"
+#include "FuseCardTest.h"
 #include "M8Files.h"
 #include "TempDir.h"
 
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
-using test::FatCard;
 using test::inodeOf;
 using test::readFile;
 using test::rewriteOnCard;
-using test::TempDir;
 using test::writeFile;
 
 std::string lowercased(std::string text) {
@@ -37,12 +36,11 @@ std::vector<std::string> spellingsOf(const fs::path& folder, const std::string& 
     return found;
 }
 
-class SelectiveBackupCardTest : public ::testing::Test {
+class SelectiveBackupCardTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         const fs::path root = card_->mountPath();
         writeFile(root / "Songs/DEMO.m8s", test::songWithSamples({"/Samples/Drums/hit 0.wav"}));
         for (int i = 0; i < 4; ++i)
@@ -52,50 +50,21 @@ protected:
         writeFile(root / "Instruments/BASS.m8i", "bass");
     }
 
-    test::CliResult backup(const std::vector<std::string>& extra) {
-        std::vector<std::string> arguments = {"--volumes-root", volumes_.string(), "--base", base_.string(),
-                                              "--json",         "backup",          "M8CARD"};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        return test::runCli(temp_ / "home", arguments);
-    }
-
-    static fs::path versionOf(const test::CliResult& result) {
-        if (result.status != 0) return {};
-        return nlohmann::json::parse(result.out).at("version").get<std::string>();
+    test::CliResult backup(std::vector<std::string> extra) {
+        extra.insert(extra.begin(), {"--json", "backup", "M8CARD"});
+        return cli(extra);
     }
 
     // A whole backup to select over, then a clock that has moved on to the next version's name.
     fs::path wholeBackup() {
-        const auto result = backup({});
-        EXPECT_EQ(result.status, 0) << result.err;
+        const fs::path version = backupOk();
         std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-        return versionOf(result);
+        return version;
     }
 
-    // Every name below the store, versions and staging folders alike.
-    std::vector<std::string> storeEntries() const {
-        std::vector<std::string> names;
-        if (!fs::exists(base_)) return names;
-        for (auto it = fs::recursive_directory_iterator(base_); it != fs::recursive_directory_iterator();
-             ++it) {
-            names.push_back(it->path().filename().string());
-            if (it.depth() == 1) it.disable_recursion_pending();  // the set's own entries suffice
-        }
-        return names;
-    }
-
-    long countOf(const std::string& prefix) const {
-        const auto names = storeEntries();
-        return std::count_if(names.begin(), names.end(),
-                             [&prefix](const std::string& name) { return name.starts_with(prefix); });
-    }
+    std::size_t countOf(const std::string& prefix) const { return storeEntries(prefix).size(); }
 
     fs::path card(const std::string& relative) const { return card_->mountPath() / relative; }
-
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
-    std::unique_ptr<FatCard> card_;
 };
 
 // A selected folder below the top level: its parents are entered for it alone, so the folder is
@@ -188,12 +157,12 @@ TEST_F(SelectiveBackupCardTest, SelectionThatIsNotOnTheCardIsRefusedBeforeAnythi
         if (withPrevious) {
             ASSERT_FALSE(wholeBackup().empty());
         }
-        const long versions = countOf("backup-");
+        const std::size_t versions = countOf("backup-");
         for (const auto& c : cases) {
             const auto result = backup({c.option, c.value});
             EXPECT_EQ(result.status, 1) << c.value;
             EXPECT_EQ(result.lastErrorLine, c.text) << result.err;
-            EXPECT_EQ(countOf(".incomplete-"), 0) << c.value;
+            EXPECT_EQ(countOf(".incomplete-"), 0u) << c.value;
             EXPECT_EQ(countOf("backup-"), versions) << c.value;
         }
     }

@@ -7,63 +7,49 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
-#include <thread>
 
 #include "CliProcess.h"
-#include "FatCard.h"
+#include "FuseCardTest.h"
+#include "LiveProcesses.h"
 #include "TempDir.h"
 
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using test::CliProcess;
-using test::FatCard;
-using test::TempDir;
 using test::writeFile;
 using Json = nlohmann::json;
 
-class WatchAutoBackupTest : public ::testing::Test {
+class WatchAutoBackupTest : public test::FuseCardTest {
 protected:
     void SetUp() override {
-        if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
-        fs::create_directories(volumes_);
-        card_ = std::make_unique<FatCard>(temp_ / "card.img", volumes_, "M8CARD");
+        FuseCardTest::SetUp();
+        if (IsSkipped()) return;
         writeFile(card_->mountPath() / "Songs/DEMO.m8s", "song");
         writeFile(card_->mountPath() / "Instruments/BASS.m8i", "bass");
         ASSERT_EQ(test::runCli(home(), {"settings", "set", "autoBackupDelaySeconds", "2"}).status, 0);
     }
 
-    fs::path home() const { return temp_ / "home"; }
-
-    std::unique_ptr<CliProcess> watch() {
-        return std::make_unique<CliProcess>(
-            home(), std::vector<std::string>{"--volumes-root", volumes_.string(), "--base", base_.string(),
-                                             "--json", "watch", "--auto"});
-    }
+    std::unique_ptr<CliProcess> watch() const { return startCli({"--json", "watch", "--auto"}); }
 
     // The state lines the watcher printed so far.
-    static std::vector<Json> lines(const CliProcess& process) {
-        std::vector<Json> result;
-        std::istringstream text(process.out());
-        for (std::string line; std::getline(text, line);)
-            if (auto parsed = Json::parse(line, nullptr, false); parsed.is_object()) result.push_back(parsed);
-        return result;
-    }
+    static std::vector<Json> lines(const CliProcess& process) { return test::jsonLinesOf(process.out()); }
 
     // Waits until a line printed at index `from` or later satisfies the test, and returns its index;
     // nothing when none did within the generous guard, which only keeps a failing test from hanging.
     static std::optional<std::size_t> waitForLine(const CliProcess& process,
                                                   const std::function<bool(const Json&)>& matches,
                                                   std::size_t from = 0) {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (std::chrono::steady_clock::now() < until) {
-            const auto printed = lines(process);
-            for (std::size_t i = from; i < printed.size(); ++i)
-                if (matches(printed[i])) return i;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return std::nullopt;
+        std::optional<std::size_t> found;
+        test::waitUntil(
+            [&] {
+                const auto printed = lines(process);
+                for (std::size_t i = from; i < printed.size() && !found; ++i)
+                    if (matches(printed[i])) found = i;
+                return found.has_value();
+            },
+            std::chrono::seconds(60));
+        return found;
     }
 
     static std::function<bool(const Json&)> state(const std::string& name) {
@@ -80,18 +66,7 @@ protected:
         card_->unmount();
         return waitForLine(watcher, freshness(nullptr), known + 1);
     }
-    int versionCount() const {
-        int count = 0;
-        for (const auto& set : fs::directory_iterator(base_))
-            for (const auto& entry : fs::directory_iterator(set))
-                count += entry.path().filename().string().starts_with("backup-");
-        return count;
-    }
-
-    TempDir temp_;
-    fs::path volumes_ = temp_ / "volumes";
-    fs::path base_ = temp_ / "backups";
-    std::unique_ptr<FatCard> card_;
+    std::size_t versionCount() const { return storeEntries("backup-").size(); }
 };
 
 TEST_F(WatchAutoBackupTest, BacksUpACardMountedAfterTheStartAndFollowsItsChanges) {
@@ -110,7 +85,7 @@ TEST_F(WatchAutoBackupTest, BacksUpACardMountedAfterTheStartAndFollowsItsChanges
     EXPECT_TRUE(waitForLine(*watcher, freshness("1 CHANGE"))) << watcher->out() << watcher->err();
     watcher->signal(SIGTERM);
     EXPECT_EQ(watcher->wait(), 0) << watcher->err();
-    EXPECT_EQ(versionCount(), 1);
+    EXPECT_EQ(versionCount(), 1u);
 }
 
 // The countdown is far longer than the test, so that only the pull can end it: the test acts on the
@@ -135,7 +110,7 @@ TEST_F(WatchAutoBackupTest, LeavesAPresentCardAloneAndCancelsTheCountdownOfAPull
     EXPECT_EQ(watcher->wait(), 0) << watcher->err();
     for (const auto& line : lines(*watcher)) EXPECT_NE(line.at("state"), "running") << line.dump();
     EXPECT_EQ(lines(*watcher).back().at("state"), "idle");
-    EXPECT_TRUE(!fs::exists(base_) || versionCount() == 0);
+    EXPECT_EQ(versionCount(), 0u);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -135,6 +136,15 @@ CliResult runCli(const fs::path& home, const std::vector<std::string>& arguments
     CliProcess process(home, arguments, extraEnvironment);
     const int status = process.wait();
     return CliResult{status, process.out(), process.err(), process.lastErrorLine()};
+}
+
+std::vector<nlohmann::json> jsonLinesOf(const std::string& text) {
+    std::vector<nlohmann::json> objects;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (auto parsed = nlohmann::json::parse(line, nullptr, false); parsed.is_object())
+            objects.push_back(std::move(parsed));
+    return objects;
 }
 
 }  // namespace tapekeep::test

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,5 +49,9 @@ struct CliResult {
 
 CliResult runCli(const std::filesystem::path& home, const std::vector<std::string>& arguments,
                  const std::map<std::string, std::string>& extraEnvironment = {});
+
+// The JSON objects among the lines of the text, as `--json watch` prints one a line; other lines,
+// such as one cut short while the command writes it, are left out.
+std::vector<nlohmann::json> jsonLinesOf(const std::string& text);
 
 }  // namespace tapekeep::test
