@@ -101,6 +101,28 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
     }
 }
 
+// The card's lease reaches across processes for every kind of operation, not only through the
+// backup set's lock that two backups share: an eject from another process is refused while a backup
+// holds the card, and the card stays mounted under it.
+TEST_F(ConcurrentBackupTest, AnotherProcessCannotEjectTheCardWhileABackupHoldsIt) {
+    const fs::path marker = temp_ / "held";
+    const auto backup = startCli(
+        {"--json", "backup", "M8CARD"},
+        {{"TAPEKEEP_TEST_PAUSE_AT", "transfer-pass"}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
+    ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || backup->hasExited(); }) &&
+                fs::exists(marker))
+        << backup->err();
+
+    const auto eject = cli({"eject", "M8CARD"});
+    EXPECT_EQ(eject.status, 1) << eject.err;
+    EXPECT_EQ(eject.lastErrorLine, "Cannot eject while another operation is running.") << eject.err;
+    EXPECT_TRUE(fs::exists(card_->mountPath() / "Songs/DEMO.m8s"));
+
+    fs::remove(marker);
+    EXPECT_EQ(backup->wait(), 0) << backup->err();
+    EXPECT_EQ(count("backup-"), 1);
+}
+
 // Whether the watcher printed a line for the card in that state with that message.
 bool printed(const CliProcess& watcher, const std::string& volume, const std::string& state,
              const std::optional<std::string>& message = std::nullopt) {
