@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "backup/BackupProgressTracker.h"
-#include "backup/LineSplitter.h"
+#include "core/LineSplitter.h"
 #include "backup/ProgressLineParser.h"
 #include "core/Formatting.h"
 

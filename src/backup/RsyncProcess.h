@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessRunner.h"
 
 namespace tapekeep {
 

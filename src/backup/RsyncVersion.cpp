@@ -6,7 +6,7 @@
 #include <optional>
 #include <regex>
 
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessRunner.h"
 #include "backup/RsyncError.h"
 #include "backup/RsyncFinder.h"
 #include "backup/RsyncProcess.h"

@@ -5,7 +5,7 @@
 #include <stop_token>
 #include <vector>
 
-#include "cards/DiskInfo.h"
+#include "core/DiskInfo.h"
 
 namespace tapekeep::DemoCard {
 

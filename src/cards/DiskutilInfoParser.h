@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "cards/DiskInfo.h"
+#include "core/DiskInfo.h"
 
 namespace tapekeep::DiskutilInfoParser {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "cards/DiskInfo.h"
+#include "core/DiskInfo.h"
 #include "cards/ValidateResult.h"
 #include "core/Log.h"
 #include "core/SDCard.h"

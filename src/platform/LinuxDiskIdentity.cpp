@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "backup/ProcessExitError.h"
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessExitError.h"
+#include "platform/ProcessRunner.h"
 #include "core/Cancelled.h"
 #include "core/RetryingInterrupts.h"
 #include "platform/BlkidOutputParser.h"

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <stop_token>
 
-#include "cards/DiskInfo.h"
+#include "core/DiskInfo.h"
 
 namespace tapekeep::LinuxDiskIdentity {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessRunner.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
 #include "core/Utf8.h"

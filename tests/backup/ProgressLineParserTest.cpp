@@ -8,7 +8,7 @@
 #include <regex>
 
 #include "TempDir.h"
-#include "backup/LineSplitter.h"
+#include "core/LineSplitter.h"
 
 namespace tapekeep {
 namespace {

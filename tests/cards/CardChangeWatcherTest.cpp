@@ -93,7 +93,10 @@ TEST_F(CardChangeWatcherTest, BurstIsReportedAtOnceThenOnceMoreAfterTheInterval)
     std::this_thread::sleep_for(spacious.minimumInterval + 10 * latency);
     const auto times = reports.times();
     ASSERT_EQ(times.size(), 2u);
-    EXPECT_GE(times[1] - times[0], spacious.minimumInterval);
+    // The times are taken when the callbacks run, each a little after the watcher's own decision; the
+    // first may have waited longer for this thread than the second. One latency of slack covers that
+    // and still tells a throttled report from one that came with the burst (a few latencies apart).
+    EXPECT_GE(times[1] - times[0], spacious.minimumInterval - latency);
 }
 
 TEST_F(CardChangeWatcherTest, HousekeepingFoldersAloneAreNeverReported) {

@@ -12,7 +12,7 @@
 
 #include "FatCard.h"
 #include "TempDir.h"
-#include "backup/ProcessExitError.h"
+#include "platform/ProcessExitError.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
 #include "core/SettingsStore.h"

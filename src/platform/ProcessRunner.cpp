@@ -1,4 +1,4 @@
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessRunner.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,7 +15,7 @@
 #include <string_view>
 #include <utility>
 
-#include "backup/LineSplitter.h"
+#include "core/LineSplitter.h"
 #include "core/Cancelled.h"
 #include "core/FileDescriptor.h"
 #include "core/PosixError.h"

@@ -1,4 +1,4 @@
-#include "backup/LineSplitter.h"
+#include "core/LineSplitter.h"
 
 #include <cstring>
 

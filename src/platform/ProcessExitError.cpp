@@ -1,4 +1,4 @@
-#include "backup/ProcessExitError.h"
+#include "platform/ProcessExitError.h"
 
 #include "core/Utf8.h"
 

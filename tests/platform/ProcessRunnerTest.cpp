@@ -1,4 +1,4 @@
-#include "backup/ProcessRunner.h"
+#include "platform/ProcessRunner.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 
 #include "LiveProcesses.h"
 #include "TempDir.h"
-#include "backup/ProcessExitError.h"
+#include "platform/ProcessExitError.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
 
