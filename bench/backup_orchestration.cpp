@@ -2,11 +2,6 @@
 // up first in full and then unchanged, once through BackupOperation and once as the same rsync
 // invocations run bare (fork, exec, wait; output discarded), and the two wall times are compared.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -14,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "BareRsync.h"
 #include "backup/BackupOperation.h"
 #include "backup/RsyncCommands.h"
 
@@ -46,31 +42,13 @@ void generateCard(const fs::path& card) {
     fs::create_directories(card / "Instruments");
 }
 
-int runBare(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = {"/usr/bin/rsync"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    if (::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) return -1;
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WEXITSTATUS(status);
-}
-
 // The dry run and the transfer that a backup makes, with nothing around them.
 double bareBackup(const fs::path& card, const fs::path& destination,
                   const std::optional<fs::path>& linkDest) {
     const auto start = std::chrono::steady_clock::now();
     fs::create_directories(destination);
-    runBare(RsyncCommands::estimateArguments(card, destination, linkDest));
-    runBare(RsyncCommands::fullBackupArguments(card, destination, linkDest, true));
+    bench::runBareRsync(RsyncCommands::estimateArguments(card, destination, linkDest));
+    bench::runBareRsync(RsyncCommands::fullBackupArguments(card, destination, linkDest, true));
     return Seconds(std::chrono::steady_clock::now() - start).count();
 }
 
@@ -90,7 +68,8 @@ int main() {
     const fs::path card = root / "M8BENCH";
     std::printf("generating %d files of %zu bytes…\n", fileCount, bytesPerFile);
     generateCard(card);
-    runBare({"-an", "--stats", card.string() + "/", (root / "warm").string() + "/"});  // warm the cache
+    bench::runBareRsync(
+        {"-an", "--stats", card.string() + "/", (root / "warm").string() + "/"});  // warm the cache
 
     // Writes of one run must not be flushed during the next: every timed step starts after sync(),
     // and the order of the two sides alternates between rounds. The best of each side counts.

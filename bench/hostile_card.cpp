@@ -5,11 +5,6 @@
 // BackupOperation and its manifest scanned, against the same rsync passes run bare (fork, exec,
 // wait; output discarded). The figure is Tapekeep's time over bare rsync's, measured in one run.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "BareRsync.h"
 #include "backup/BackupOperation.h"
 #include "backup/RsyncCommands.h"
 #include "content/M8ContentScanner.h"
@@ -66,30 +62,11 @@ void generateCard(const fs::path& card) {
     }
 }
 
-int runBare(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words = {"/usr/bin/rsync"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    const int spawned = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) return -1;
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WEXITSTATUS(status);
-}
-
 double bareBackup(const fs::path& card, const fs::path& destination) {
     const auto start = std::chrono::steady_clock::now();
     fs::create_directories(destination);
-    runBare(RsyncCommands::estimateArguments(card, destination, std::nullopt));
-    runBare(RsyncCommands::fullBackupArguments(card, destination, std::nullopt, true));
+    bench::runBareRsync(RsyncCommands::estimateArguments(card, destination, std::nullopt));
+    bench::runBareRsync(RsyncCommands::fullBackupArguments(card, destination, std::nullopt, true));
     return Seconds(std::chrono::steady_clock::now() - start).count();
 }
 
@@ -120,7 +97,8 @@ int main() {
     std::printf("in %s: ", root.c_str());
     std::printf("generating %d files, %d folders deep, with hostile names…\n", fileCount, folderDepth);
     generateCard(card);
-    runBare({"-an", "--stats", card.string() + "/", (root / "warm").string() + "/"});  // warm the cache
+    bench::runBareRsync(
+        {"-an", "--stats", card.string() + "/", (root / "warm").string() + "/"});  // warm the cache
 
     // Each timed step starts after sync(), and the order of the two sides alternates.
     constexpr int rounds = 3;

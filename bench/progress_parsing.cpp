@@ -11,9 +11,9 @@
 #include <string_view>
 
 #include "backup/BackupProgressTracker.h"
-#include "core/LineSplitter.h"
 #include "backup/ProgressLineParser.h"
 #include "core/Formatting.h"
+#include "core/LineSplitter.h"
 
 namespace {
 

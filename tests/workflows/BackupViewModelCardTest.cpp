@@ -13,6 +13,7 @@
 #include <iostream>
 #include <thread>
 
+#include "EventLoop.h"
 #include "FatCard.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
@@ -27,27 +28,10 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using test::FatCard;
+using test::startApplication;
 using test::TempDir;
+using test::waitFor;
 using test::writeFile;
-
-void startApplication() {
-    static int argc = 1;
-    static char name[] = "tests_workflows";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication application(argc, argv);
-}
-
-// Runs the event loop until done() holds; false when it still doesn't after the guard, which only
-// keeps a failing test from hanging.
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit = 60s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        QCoreApplication::processEvents();
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 class BackupViewModelCardTest : public ::testing::Test {
 protected:

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <thread>
 
+#include "EventLoop.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
@@ -30,26 +31,10 @@ void PrintTo(const CardState& state, std::ostream* out) {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using test::startApplication;
 using test::TempDir;
+using test::waitFor;
 using test::writeFile;
-
-void startApplication() {
-    static int argc = 1;
-    static char name[] = "tests_workflows";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication application(argc, argv);
-}
-
-// Runs the event loop until done() holds; false when it still doesn't after the limit.
-bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit = 30s) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        QCoreApplication::processEvents();
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 // Runs the event loop for a while, for results that must not arrive.
 void settle(std::chrono::milliseconds time) {
