@@ -9,15 +9,16 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <csignal>
 #include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "core/LineSplitter.h"
 #include "core/Cancelled.h"
 #include "core/FileDescriptor.h"
+#include "core/LineSplitter.h"
 #include "core/PosixError.h"
 #include "core/RetryingInterrupts.h"
 #include "core/Utf8.h"
@@ -352,11 +353,20 @@ std::size_t ProcessRunner::runningCount() const {
     return running_.size();
 }
 
+std::map<std::string, std::size_t> ProcessRunner::runCounts() const {
+    std::lock_guard guard(registryLock_);
+    return runCounts_;
+}
+
 ProcessResult ProcessRunner::run(const std::string& executable, const std::vector<std::string>& arguments,
                                  const LineHandler& onLine, std::stop_token token, const Options& options) {
     throwIfCancelled(token);
     ignoreSigpipeOnce();
     const ChildCommand command(executable, arguments, options.environment);
+    {
+        std::lock_guard guard(registryLock_);
+        ++runCounts_[std::filesystem::path(executable).filename().string()];
+    }
     auto execution = std::make_shared<Execution>();
     const Registration registration(*this, execution);
     StreamSink out(onLine);

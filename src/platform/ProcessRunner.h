@@ -54,11 +54,16 @@ public:
     // How many children are running now.
     [[nodiscard]] std::size_t runningCount() const;
 
+    // How many runs this runner was asked for, by the file name of their program ("rsync"):
+    // what a measurement of Tapekeep's own cost counts.
+    [[nodiscard]] std::map<std::string, std::size_t> runCounts() const;
+
 private:
     class Execution;
     class Registration;
     mutable std::mutex registryLock_;
     std::map<const Execution*, std::shared_ptr<Execution>> running_;  // guarded by registryLock_
+    std::map<std::string, std::size_t> runCounts_;                     // guarded by registryLock_
 };
 
 }  // namespace tapekeep

@@ -4,12 +4,12 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/ProcessRunner.h"
 #include "core/Cancelled.h"
 #include "core/Log.h"
 #include "core/Utf8.h"
 #include "platform/EjectError.h"
 #include "platform/MountTable.h"
+#include "platform/ProcessRunner.h"
 #include "platform/SystemTools.h"
 
 namespace tapekeep::VolumeEjector {

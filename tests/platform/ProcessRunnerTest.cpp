@@ -10,14 +10,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <thread>
 
 #include "LiveProcesses.h"
 #include "TempDir.h"
-#include "platform/ProcessExitError.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
+#include "platform/ProcessExitError.h"
 
 namespace tapekeep {
 namespace {
@@ -61,6 +62,15 @@ TEST(ProcessRunnerTest, WithoutHandlerOutputHoldsStandardOutputThenStandardError
     std::string expected;
     for (int number = 1; number <= 100000; ++number) expected += std::to_string(number) + "\n";
     EXPECT_EQ(runShell("seq 1 100000").output, expected);
+}
+
+TEST(ProcessRunnerTest, RunsAreCountedByTheNameOfTheirProgram) {
+    ProcessRunner runner;
+    runner.run("/bin/sh", {"-c", "exit 3"});
+    runner.run("/bin/sh", {"-c", "true"});
+    runner.run("/usr/bin/env", {"true"});
+    const std::map<std::string, std::size_t> expected{{"env", 1}, {"sh", 2}};
+    EXPECT_EQ(runner.runCounts(), expected);
 }
 
 TEST(ProcessRunnerTest, ExitStatusAndSignalAreOrdinaryResults) {
