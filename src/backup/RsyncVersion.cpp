@@ -6,11 +6,11 @@
 #include <optional>
 #include <regex>
 
-#include "platform/ProcessRunner.h"
 #include "backup/RsyncError.h"
 #include "backup/RsyncFinder.h"
 #include "backup/RsyncProcess.h"
 #include "core/PosixError.h"
+#include "platform/ProcessRunner.h"
 
 namespace tapekeep {
 namespace {

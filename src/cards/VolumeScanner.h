@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "core/DiskInfo.h"
 #include "cards/ValidateResult.h"
+#include "core/DiskInfo.h"
 #include "core/Log.h"
 #include "core/SDCard.h"
 

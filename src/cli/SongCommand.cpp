@@ -63,7 +63,8 @@ int printInstrument(CliContext& context, const fs::path& file) {
         return 0;
     }
     context.out() << "Instrument " << Output::plainText(instrument.name) << ", " << type << '\n'
-                  << "  " << (instrument.samplePath ? Output::plainText(*instrument.samplePath) : "(no sample)")
+                  << "  "
+                  << (instrument.samplePath ? Output::plainText(*instrument.samplePath) : "(no sample)")
                   << '\n';
     return 0;
 }

@@ -9,8 +9,8 @@
 
 #include <array>
 #include <cerrno>
-#include <filesystem>
 #include <csignal>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string_view>

@@ -63,7 +63,7 @@ private:
     class Registration;
     mutable std::mutex registryLock_;
     std::map<const Execution*, std::shared_ptr<Execution>> running_;  // guarded by registryLock_
-    std::map<std::string, std::size_t> runCounts_;                     // guarded by registryLock_
+    std::map<std::string, std::size_t> runCounts_;                    // guarded by registryLock_
 };
 
 }  // namespace tapekeep

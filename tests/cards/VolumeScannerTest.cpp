@@ -12,11 +12,11 @@
 
 #include "FatCard.h"
 #include "TempDir.h"
-#include "platform/ProcessExitError.h"
 #include "core/Cancelled.h"
 #include "core/PosixError.h"
 #include "core/SettingsStore.h"
 #include "core/TimeLimitedCall.h"
+#include "platform/ProcessExitError.h"
 
 namespace tapekeep {
 namespace {

@@ -111,17 +111,18 @@ TEST(M8SongParserTest, ReadsEveryRealSong) {
     for (const auto& instrument : testSong->instruments)
         instruments.emplace_back(InstrumentInfo::rawValue(instrument.type), instrument.name);
     EXPECT_EQ(instruments, (std::vector<std::pair<std::string, std::string>>{{"WAVSYNTH", "WAV"},
-                                                                            {"MACROSYN", "MAC"},
-                                                                            {"SAMPLER", "SAMP"},
-                                                                            {"FMSYNTH", "FM"},
-                                                                            {"HYPERSYNTH", "HYPER"},
-                                                                            {"MIDI OUT", "MIDI"},
-                                                                            {"EXTERNAL", "EXT_INST"}}));
+                                                                             {"MACROSYN", "MAC"},
+                                                                             {"SAMPLER", "SAMP"},
+                                                                             {"FMSYNTH", "FM"},
+                                                                             {"HYPERSYNTH", "HYPER"},
+                                                                             {"MIDI OUT", "MIDI"},
+                                                                             {"EXTERNAL", "EXT_INST"}}));
 }
 
 TEST(M8SongParserTest, RealInstrumentsAreNamedFmSynthsWithoutSample) {
-    const std::vector<std::pair<const char*, const char*>> files{
-        {"FMDUBSTAB_4_0.m8i", "FMDUBSTAB"}, {"FMDUBSTAB_4_1.m8i", "FMDUBSTAB"}, {"FMDUBSTABEQ_4_1.m8i", "FMDUBSTABEQ"}};
+    const std::vector<std::pair<const char*, const char*>> files{{"FMDUBSTAB_4_0.m8i", "FMDUBSTAB"},
+                                                                 {"FMDUBSTAB_4_1.m8i", "FMDUBSTAB"},
+                                                                 {"FMDUBSTABEQ_4_1.m8i", "FMDUBSTABEQ"}};
     for (const auto& [file, name] : files) {
         SCOPED_TRACE(file);
         EXPECT_EQ(M8SongParser::parseInstrument(fixtures / file), std::nullopt);
@@ -228,8 +229,10 @@ TEST(M8SongParserTest, DecodesNamesAsUtf8OnlyAndPathsWithLatin1Fallback) {
         const auto instrument = instrumentBytes(0x20, 0x04, 2, newerLayout, testCase.stored + '\0');
         EXPECT_EQ(M8SongParser::parseInstrument(write(dir, instrument, "i.m8i")), testCase.path);
         std::string namedInstrument = instrument;
-        namedInstrument.replace(15, std::min<std::size_t>(testCase.stored.size(), 12), testCase.stored, 0, 12);
-        EXPECT_EQ(M8SongParser::parseInstrumentInfo(write(dir, namedInstrument, "n.m8i")).name, testCase.name);
+        namedInstrument.replace(15, std::min<std::size_t>(testCase.stored.size(), 12), testCase.stored, 0,
+                                12);
+        EXPECT_EQ(M8SongParser::parseInstrumentInfo(write(dir, namedInstrument, "n.m8i")).name,
+                  testCase.name);
     }
 }
 
