@@ -3,11 +3,13 @@
 // full and then unchanged the way a command does it: a scan finds the card by its UUID, and the
 // run checks the card's identity around every rsync pass. The same rsync passes are then run bare
 // (fork, exec, wait; output discarded). Printed side by side from one run: the fixed cost of an
-// unchanged backup in milliseconds, the ratios, and the programs that Tapekeep itself started.
+// unchanged backup in milliseconds (against bare rsync, and outside its own rsync passes), the
+// ratios, the median identity check, and the programs that Tapekeep itself started.
 // Needs root for the loop device, as the card tests do.
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -69,7 +71,9 @@ void bareBackup(const fs::path& card, const fs::path& destination, const std::op
 }
 
 // What a backup command does: find the card by its UUID, then run with the identity checks.
-void tapekeepBackup(const fs::path& volumes, const std::string& uuid, const fs::path& store) {
+// Adds the time its rsync children ran to rsyncSeconds.
+void tapekeepBackup(const fs::path& volumes, const std::string& uuid, const fs::path& store,
+                    double& rsyncSeconds) {
     auto makeScanner = [volumes] {
         return std::make_unique<VolumeScanner>(std::vector<fs::path>{volumes}, nullptr);
     };
@@ -83,8 +87,29 @@ void tapekeepBackup(const fs::path& volumes, const std::string& uuid, const fs::
     request.rsyncPath = "/usr/bin/rsync";
     request.keepCount = 5;
     // A failed run throws, and the bench ends with its words.
-    BackupOperation::run(request, [](const std::string&) {}, {}, BackupOperation::defaultRsyncRunner(),
-                         makeVolumeValidator(makeScanner), {});
+    auto timedRsync = [&rsyncSeconds, runRsync = BackupOperation::defaultRsyncRunner()](
+                          const std::string& rsyncPath, const std::vector<std::string>& arguments,
+                          const BackupOperation::LineHandler& onLine, std::stop_token token) {
+        const auto start = std::chrono::steady_clock::now();
+        const int status = runRsync(rsyncPath, arguments, onLine, token);
+        rsyncSeconds += Seconds(std::chrono::steady_clock::now() - start).count();
+        return status;
+    };
+    BackupOperation::run(request, [](const std::string&) {}, {}, timedRsync, makeVolumeValidator(makeScanner),
+                         {});
+}
+
+// The median of several identity checks of the card, as a run makes around every rsync pass.
+double identityCheckMilliseconds(const fs::path& volumes, const std::string& uuid) {
+    std::vector<double> times;
+    for (int check = 0; check < 21; ++check) {
+        const auto start = std::chrono::steady_clock::now();
+        VolumeScanner(std::vector<fs::path>{volumes}, nullptr).validate(uuid, {});
+        times.push_back(
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+    }
+    std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+    return times[times.size() / 2];
 }
 
 std::string describe(const std::map<std::string, std::size_t>& before,
@@ -113,7 +138,9 @@ int measure() {
     fs::create_directories(root);
     const fs::path volumes = root / "media";
     double bareFull = 1e9, oursFull = 1e9, bareUnchanged = 1e9, oursUnchanged = 1e9;
+    double ownUnchanged = 1e9;  // an unchanged run's time outside its rsync passes
     std::string started;
+    double identityCheck = 0;
     {
         test::FatCard card(root / "card.img", volumes, "M8BENCH", 64);
         std::printf("generating %d files of %zu bytes on a FAT card image…\n", fileCount, bytesPerFile);
@@ -129,23 +156,34 @@ int measure() {
             auto timeBare = [&](const char* version, std::optional<fs::path> linkDest) {
                 return secondsOf([&] { bareBackup(card.mountPath(), bare / version, linkDest); });
             };
-            auto timeOurs = [&] { return secondsOf([&] { tapekeepBackup(volumes, card.uuid(), store); }); };
+            auto timeOurs = [&] {
+                double rsyncSeconds = 0;
+                const double total =
+                    secondsOf([&] { tapekeepBackup(volumes, card.uuid(), store, rsyncSeconds); });
+                return std::pair{total, total - rsyncSeconds};
+            };
+            auto timeOursUnchanged = [&] {
+                const auto [total, own] = timeOurs();
+                ownUnchanged = std::min(ownUnchanged, own);
+                return total;
+            };
             if (round % 2 == 0) {
                 bareFull = std::min(bareFull, timeBare("one", std::nullopt));
-                oursFull = std::min(oursFull, timeOurs());
+                oursFull = std::min(oursFull, timeOurs().first);
                 bareUnchanged = std::min(bareUnchanged, timeBare("two", bare / "one"));
                 const auto before = ProcessRunner::shared().runCounts();
-                oursUnchanged = std::min(oursUnchanged, timeOurs());
+                oursUnchanged = std::min(oursUnchanged, timeOursUnchanged());
                 started = describe(before, ProcessRunner::shared().runCounts());
             } else {
-                oursFull = std::min(oursFull, timeOurs());
+                oursFull = std::min(oursFull, timeOurs().first);
                 bareFull = std::min(bareFull, timeBare("one", std::nullopt));
-                oursUnchanged = std::min(oursUnchanged, timeOurs());
+                oursUnchanged = std::min(oursUnchanged, timeOursUnchanged());
                 bareUnchanged = std::min(bareUnchanged, timeBare("two", bare / "one"));
             }
             fs::remove_all(bare);
             fs::remove_all(store);
         }
+        identityCheck = identityCheckMilliseconds(volumes, card.uuid());
     }
     fs::remove_all(root);
 
@@ -153,8 +191,13 @@ int measure() {
                 oursFull / bareFull);
     std::printf("unchanged:  tapekeep %.3f s, bare rsync %.3f s, ratio %.3f (target: <= 1.05)\n",
                 oursUnchanged, bareUnchanged, oursUnchanged / bareUnchanged);
-    std::printf("fixed cost of an unchanged backup: %.1f ms (target: <= 50 ms)\n",
-                (oursUnchanged - bareUnchanged) * 1000);
+    // Over a FUSE card, rsync's own time varies from run to run by more than Tapekeep's whole cost, so
+    // the fixed cost is also read inside one run: its wall time less the time its rsync passes ran.
+    std::printf(
+        "fixed cost of an unchanged backup: %.1f ms against bare rsync, %.1f ms outside its own rsync "
+        "passes (target: <= 50 ms)\n",
+        (oursUnchanged - bareUnchanged) * 1000, ownUnchanged * 1000);
+    std::printf("one identity check of the card: %.1f ms (median of 21)\n", identityCheck);
     std::printf("programs Tapekeep started for an unchanged backup: %s (target: rsync only)\n",
                 started.c_str());
     return 0;
