@@ -2,11 +2,9 @@
 
 #include <unistd.h>
 
-#include <QEventLoop>
-#include <QTimer>
-
 #include "app/AppSettings.h"
 #include "cli/CliError.h"
+#include "cli/EventLoop.h"
 #include "cli/Output.h"
 #include "cli/ProgressBar.h"
 #include "core/Cancelled.h"
@@ -27,17 +25,7 @@ ControllerSession::ControllerSession(CliContext& context, BackupViewModel::Depen
 }
 
 void ControllerSession::runUntil(const std::function<bool()>& done) {
-    // Signals arrive on their own thread; the check below hands them to the controller.
-    bool cancelledAll = false;
-    while (!done()) {
-        if (interrupted() && !cancelledAll) {
-            viewModel_->cancelAllOperations();
-            cancelledAll = true;
-        }
-        QEventLoop loop;
-        QTimer::singleShot(50, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
+    runEventsUntil(done, [this] { viewModel_->cancelAllOperations(); });
 }
 
 void ControllerSession::scan() {

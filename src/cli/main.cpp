@@ -10,7 +10,9 @@
 #include "cli/CardsCommand.h"
 #include "cli/ChangesCommand.h"
 #include "cli/CliError.h"
+#include "cli/CompareCommand.h"
 #include "cli/EjectCommand.h"
+#include "cli/NoteCommand.h"
 #include "cli/Output.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
@@ -39,6 +41,8 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<SummaryCommand>());
     commands.push_back(std::make_unique<UsageCommand>());
     commands.push_back(std::make_unique<ChangesCommand>());
+    commands.push_back(std::make_unique<CompareCommand>());
+    commands.push_back(std::make_unique<NoteCommand>());
     commands.push_back(std::make_unique<EjectCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
     return commands;
