@@ -155,7 +155,8 @@ TEST_F(BackupViewModelCardTest, TheDefaultScannerLeavesOutTheVolumesThatTheSetti
 
 // A check that the loading is not done on the GUI thread, not a speed goal: the card is made slow
 // to read (200 real songs through FUSE), so that loading on the GUI thread would stall its event
-// loop for far longer than the 50 ms allowed between two turns.
+// loop for far longer than the 50 ms allowed between two turns. Time the thread spent waiting for a
+// CPU is left out of each gap: on a loaded machine that is the machine's stall, not the loader's.
 TEST_F(BackupViewModelCardTest, TwoHundredSongsLoadWhileTheEventLoopKeepsTurning) {
     const std::string song = [] {
         std::ifstream in(fs::path(TAPEKEEP_FIXTURES_DIR) / "DEFAULT.m8s", std::ios::binary);
@@ -168,10 +169,14 @@ TEST_F(BackupViewModelCardTest, TwoHundredSongsLoadWhileTheEventLoopKeepsTurning
     const SDCard found = scanned(*model);
 
     QElapsedTimer sinceLastTurn;
+    auto waitedAtLastTurn = test::timeWaitedForACpu();
     qint64 longestGap = 0;
     QTimer ticker;
-    QObject::connect(&ticker, &QTimer::timeout,
-                     [&] { longestGap = std::max(longestGap, sinceLastTurn.restart()); });
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        const auto waited = test::timeWaitedForACpu();
+        longestGap = std::max(longestGap, sinceLastTurn.restart() - (waited - waitedAtLastTurn).count());
+        waitedAtLastTurn = waited;
+    });
     QElapsedTimer loading;
     loading.start();
     sinceLastTurn.start();

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -27,6 +28,16 @@ inline bool waitFor(const std::function<bool()>& done,
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+// How long the calling thread has waited, ready to run, for a CPU (the kernel's schedstat): the part
+// of a stall that a busy machine causes, not the thread's own work or waits. Zero where the kernel
+// does not keep the figure.
+inline std::chrono::milliseconds timeWaitedForACpu() {
+    std::ifstream schedstat("/proc/thread-self/schedstat");
+    long long running = 0, waiting = 0;
+    if (!(schedstat >> running >> waiting)) return {};
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::nanoseconds(waiting));
 }
 
 }  // namespace tapekeep::test
