@@ -9,7 +9,8 @@ namespace tapekeep::TestPause {
 // TAPEKEEP_TEST_PAUSE_MARKER names and waits until that file is removed (or the process killed),
 // then goes on; a step reached again later runs on. Otherwise, as in every normal run, it does nothing.
 // Steps: "staging-created", "estimate-pass" and "transfer-pass" (at rsync's first line), "renamed",
-// "latest-swap", "rotation".
+// "latest-swap", "rotation"; and of a restore, "restore-checks" (before the card and the version are
+// looked at).
 void at(std::string_view step);
 
 }  // namespace tapekeep::TestPause
