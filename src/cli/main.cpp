@@ -14,6 +14,7 @@
 #include "cli/EjectCommand.h"
 #include "cli/NoteCommand.h"
 #include "cli/Output.h"
+#include "cli/RestoreCommand.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SignalCancellation.h"
@@ -43,6 +44,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<ChangesCommand>());
     commands.push_back(std::make_unique<CompareCommand>());
     commands.push_back(std::make_unique<NoteCommand>());
+    commands.push_back(std::make_unique<RestoreCommand>());
     commands.push_back(std::make_unique<EjectCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
     return commands;
