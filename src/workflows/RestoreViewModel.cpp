@@ -199,7 +199,12 @@ void RestoreViewModel::selectSet(const BackupSet& set) {
         tasks_.start([this, generation, set, root = baseFolder(), poster = poster_](std::stop_token) {
             RepositoryFacts facts;
             facts.set = set;
-            facts.set->versions = BackupRepository(root).listVersions(set.rootURL);
+            try {
+                facts.set->versions = BackupRepository(root).listVersions(set.rootURL);
+            } catch (const std::exception& error) {  // an unreadable set shows as one without versions
+                log().error("Listing " + set.rootURL.string() + " failed: " + error.what());
+                facts.set->versions.clear();
+            }
             for (const auto& version : facts.set->versions)
                 if (auto note = BackupRepository::readNote(version.url); !note.empty())
                     facts.notes[version.folderName] = note;

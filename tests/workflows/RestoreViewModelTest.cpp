@@ -72,6 +72,10 @@ protected:
         result.baseFolderOverride = temp / "backups";
         result.rsyncPathOverride = "/usr/bin/rsync";
         result.flushDelay = 250ms;
+        result.ejectVolume = [this](const fs::path& mountPoint, std::stop_token) {
+            if (mountPoint != card.mountPath) throw std::runtime_error("not the chosen card");
+            pullCard();
+        };
         return result;
     }
 
@@ -288,6 +292,23 @@ TEST_F(RestoreViewModelTest, APreviewOfAnOlderChoiceIsDropped) {
     ASSERT_EQ(model.diffResult()->size(), 1u);
     EXPECT_EQ(model.diffResult()->front().path, "Samples/kick.wav");
     EXPECT_EQ(finished, 1);
+}
+
+// One try, with no lease of its own, and never while an operation holds the card.
+TEST_F(RestoreViewModelTest, TheTargetIsEjectedOnlyWhenNothingHoldsIt) {
+    std::vector<std::string> answers;
+    QObject::connect(&model, &RestoreViewModel::ejectFinished,
+                     [&answers](const QString& error) { answers.push_back(error.toStdString()); });
+    model.ejectTarget();
+    chooseVersion();
+    const Lease backup = OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::backup);
+    model.ejectTarget();
+    OperationLock::shared().release(backup);
+    model.ejectTarget();
+    ASSERT_TRUE(waitFor([&] { return answers.size() == 3; }));
+    EXPECT_EQ(answers, (std::vector<std::string>{"No target selected.",
+                                                 "Cannot eject while another operation is running.", ""}));
+    EXPECT_EQ(makeScanner()->validate(uuid).kind(), ValidateResult::Kind::notFound);
 }
 
 TEST_F(RestoreViewModelTest, ANoteThatCannotBeSavedShowsWhy) {
