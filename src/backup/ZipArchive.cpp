@@ -126,7 +126,10 @@ private:
     void check(int result) {
         if (result == ARCHIVE_OK) return;
         const char* text = archive_error_string(writer_.get());
-        const std::string reason = text != nullptr ? text : "The archive could not be written.";
+        std::string reason = text != nullptr ? text : "The archive could not be written";
+        if (const int code = archive_errno(writer_.get());
+            code > 0 && reason.find(errnoText(code)) == std::string::npos)
+            reason += ": " + errnoText(code);
         if (result == ARCHIVE_WARN) {
             if (handlers_.outputLine) handlers_.outputLine(reason);
             return;

@@ -109,7 +109,7 @@ TEST_F(ZipExporterTest, TheArchiveHoldsTheVersionFolderAsItsTopEntryAndUnzipRead
                        &unpacked),
               0)
         << unpacked;
-    EXPECT_EQ(treeOf(temp_ / "unpacked/backup-2024-05-01-120000"), treeOf(version_));
+    EXPECT_TRUE(treeOf(temp_ / "unpacked/backup-2024-05-01-120000") == treeOf(version_));
     EXPECT_TRUE(output_.empty()) << testing::PrintToString(output_);
     EXPECT_EQ(namesIn(out_), std::vector<std::string>{"gig.zip"});
 }
@@ -149,7 +149,7 @@ TEST_F(ZipExporterTest, ADestinationInsideTheFolderIsRefusedBeforeAnythingIsWrit
         }
         EXPECT_FALSE(reported) << destination;
     }
-    EXPECT_EQ(treeOf(version_.parent_path()), before);
+    EXPECT_TRUE(treeOf(version_.parent_path()) == before);
     EXPECT_TRUE(output_.empty());
     // Beside the folder, and in a folder whose name merely begins with the version's, is outside.
     EXPECT_EQ(refusalFor(version_.parent_path() / "backup-2024-05-01-120000.zip"), std::nullopt);
