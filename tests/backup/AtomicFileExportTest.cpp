@@ -18,21 +18,13 @@ namespace tapekeep {
 namespace {
 
 namespace fs = std::filesystem;
+using test::exportTemporariesBelow;
 using test::FileSnapshot;
 using test::pseudoRandomBytes;
 using test::readFile;
 using test::TempDir;
 using test::writeFile;
 using Kind = AtomicFileExportError::Kind;
-
-// The names in a folder that an export wrote on its way: none may outlive it.
-std::vector<std::string> temporaries(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        if (entry.path().filename().string().find("-export-") != std::string::npos)
-            names.push_back(entry.path().filename().string());
-    return names;
-}
 
 // What an export raised, or nothing when it published.
 std::optional<Kind> refusal(const std::function<void()>& exporting) {
@@ -90,7 +82,7 @@ TEST_F(AtomicFileExportTest, ACopyReplacesTheOldFileWholeWithTheSourcesModeAndTi
     EXPECT_EQ(copied.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(copied.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
     EXPECT_NE(copied.st_ino, before.st_ino);
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 }
 
 TEST_F(AtomicFileExportTest, TheSourceItselfIsNeverOverwrittenByPathLinkOrHardLink) {
@@ -102,7 +94,7 @@ TEST_F(AtomicFileExportTest, TheSourceItselfIsNeverOverwrittenByPathLinkOrHardLi
         EXPECT_EQ(refusal([&] { AtomicFileExport::copy(source_, destination, {}); }),
                   Kind::sourceAndDestinationAreSame)
             << destination;
-        EXPECT_TRUE(temporaries(destination.parent_path()).empty()) << destination;
+        EXPECT_TRUE(exportTemporariesBelow(destination.parent_path()).empty()) << destination;
     }
     EXPECT_EQ(FileSnapshot::of(source_), original);
     EXPECT_TRUE(fs::is_symlink(temp_ / "out/soft.wav"));
@@ -126,7 +118,7 @@ TEST_F(AtomicFileExportTest, ASourceTouchedWhileItIsReadLeavesTheOldDestination)
     EXPECT_EQ(refusal([&] { AtomicFileExport::exportFile(source_, destination_, touching, {}); }),
               Kind::sourceChangedDuringExport);
     EXPECT_EQ(readFile(destination_), "the old export");
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 
     // Replaced by another file of the same bytes under the same name: another inode, so changed too.
     const auto replacing = [&](const fs::path& temporary) {
@@ -150,7 +142,7 @@ TEST_F(AtomicFileExportTest, ASourceThatBecameTheDestinationIsRefusedAtTheEnd) {
               Kind::sourceAndDestinationAreSame);
     EXPECT_EQ(readFile(source_), content);
     EXPECT_TRUE(fs::is_symlink(destination_));
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 }
 
 TEST_F(AtomicFileExportTest, AWriterThatWritesNothingPublishesNothing) {
@@ -170,7 +162,7 @@ TEST_F(AtomicFileExportTest, AFailingWriterLeavesNoTemporaryAndTheOldDestination
     };
     EXPECT_THROW(AtomicFileExport::exportFile(source_, destination_, failing, {}), WriterFailure);
     EXPECT_EQ(readFile(destination_), "the old export");
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 }
 
 TEST_F(AtomicFileExportTest, CancellationLeavesNoTemporaryAndTheOldDestination) {
@@ -182,7 +174,7 @@ TEST_F(AtomicFileExportTest, CancellationLeavesNoTemporaryAndTheOldDestination) 
     EXPECT_THROW(AtomicFileExport::exportFile(source_, destination_, cancelling, stop.get_token()),
                  Cancelled);
     EXPECT_EQ(readFile(destination_), "the old export");
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 
     bool called = false;
     EXPECT_THROW(AtomicFileExport::exportFile(
@@ -191,7 +183,7 @@ TEST_F(AtomicFileExportTest, CancellationLeavesNoTemporaryAndTheOldDestination) 
     EXPECT_FALSE(called);
     EXPECT_THROW(AtomicFileExport::copy(source_, destination_, stop.get_token()), Cancelled);
     EXPECT_EQ(readFile(destination_), "the old export");
-    EXPECT_TRUE(temporaries(destination_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(destination_.parent_path()).empty());
 }
 
 TEST_F(AtomicFileExportTest, WithoutASourceTheWriterAlonePublishes) {
@@ -199,7 +191,7 @@ TEST_F(AtomicFileExportTest, WithoutASourceTheWriterAlonePublishes) {
     AtomicFileExport::exportFile(std::nullopt, source_,
                                  [](const fs::path& temporary) { writeFile(temporary, "trim"); }, {});
     EXPECT_EQ(readFile(source_), "trim");
-    EXPECT_TRUE(temporaries(source_.parent_path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(source_.parent_path()).empty());
 }
 
 TEST_F(AtomicFileExportTest, SystemFailuresCarryTheirErrnoAndLeaveNoTemporary) {
@@ -218,7 +210,7 @@ TEST_F(AtomicFileExportTest, SystemFailuresCarryTheirErrnoAndLeaveNoTemporary) {
     writeFile(temp_ / "out/Folder.wav/inside", "kept");
     EXPECT_EQ(codeOf([&] { AtomicFileExport::copy(source_, temp_ / "out/Folder.wav", {}); }), EISDIR);
     EXPECT_EQ(readFile(temp_ / "out/Folder.wav/inside"), "kept");
-    EXPECT_TRUE(temporaries(temp_ / "out").empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_ / "out").empty());
 }
 
 }  // namespace

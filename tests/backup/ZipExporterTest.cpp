@@ -18,6 +18,7 @@ namespace tapekeep {
 namespace {
 
 namespace fs = std::filesystem;
+using test::namesIn;
 using test::pseudoRandomBytes;
 using test::readFile;
 using test::runShell;
@@ -37,15 +38,6 @@ ZipExporter::Handlers withProgress(std::function<void(const ZipExporter::Progres
     ZipExporter::Handlers handlers;
     handlers.progress = std::move(progress);
     return handlers;
-}
-
-// Everything in a folder, with the files that an export left on its way.
-std::vector<std::string> namesIn(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 class ZipExporterTest : public ::testing::Test {

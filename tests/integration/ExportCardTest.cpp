@@ -20,19 +20,12 @@ namespace {
 namespace fs = std::filesystem;
 using test::FatCard;
 using test::FileSnapshot;
+using test::namesIn;
 using test::pseudoRandomBytes;
 using test::readFile;
 using test::runShell;
 using test::shellQuote;
 using test::writeFile;
-
-std::vector<std::string> namesIn(const fs::path& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 class ExportCardTest : public test::FuseCardTest {
 protected:

@@ -20,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::CliProcess;
 using test::CliResult;
+using test::exportTemporariesBelow;
 using test::FileSnapshot;
 using test::pseudoRandomBytes;
 using test::readFile;
@@ -28,15 +29,6 @@ using test::writeFile;
 
 constexpr const char* setName = "M8CARD_1234ABCD";
 constexpr const char* versionName = "backup-2024-05-01-120000";
-
-// The files an export writes on its way, anywhere below the folder.
-std::vector<fs::path> temporariesBelow(const fs::path& folder) {
-    std::vector<fs::path> found;
-    for (const auto& entry : fs::recursive_directory_iterator(folder))
-        if (entry.path().filename().string().find("-export-") != std::string::npos)
-            found.push_back(entry.path());
-    return found;
-}
 
 class ExportCommandTest : public ::testing::Test {
 protected:
@@ -92,7 +84,7 @@ TEST_F(ExportCommandTest, ExportFileWritesTheVersionsFileAndSaysWhere) {
     ASSERT_EQ(plain.status, 0) << plain.err;
     EXPECT_EQ(plain.out, (out_ / "-dash.wav").string() + "\n");
     EXPECT_EQ(readFile(out_ / "-dash.wav"), "named like an option");
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 TEST_F(ExportCommandTest, ExportFileNeverWritesOverItsSourceThroughAHardLink) {
@@ -104,7 +96,7 @@ TEST_F(ExportCommandTest, ExportFileNeverWritesOverItsSourceThroughAHardLink) {
     EXPECT_EQ(result.lastErrorLine, "Refusing to overwrite the export source.");
     EXPECT_EQ(FileSnapshot::of(version_ / "Samples/pad.wav"), before);
     EXPECT_EQ(FileSnapshot::of(out_ / "pad.wav"), before);
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 TEST_F(ExportCommandTest, ExportFileRefusesWhatIsNoFileOfTheVersionInTheApplicationsWords) {
@@ -158,25 +150,25 @@ TEST_F(ExportCommandTest, ASourceTouchedWhileItIsCopiedLeavesTheOldFile) {
     writeFile(out_ / "pad.wav", "the old export");
     auto paused = pausedAt(
         "export-written", {"export-file", setName, "latest", "Samples/pad.wav", (out_ / "pad.wav").string()});
-    ASSERT_EQ(temporariesBelow(out_).size(), 1u);            // the copy is written, not yet checked
+    ASSERT_EQ(exportTemporariesBelow(out_).size(), 1u);      // the copy is written, not yet checked
     setModificationTimeToNow(version_ / "Samples/pad.wav");  // the bytes stay as they were
     fs::remove(marker_);
     EXPECT_EQ(paused->waitAtMost(std::chrono::seconds(60)), 1);
     EXPECT_EQ(paused->lastErrorLine(), "The export source changed while it was being read.");
     EXPECT_EQ(readFile(out_ / "pad.wav"), "the old export");
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 TEST_F(ExportCommandTest, ASigtermWhileTheCopyIsWrittenLeavesNoTemporaryAndTheOldFile) {
     writeFile(out_ / "pad.wav", "the old export");
     auto paused = pausedAt(
         "export-written", {"export-file", setName, "latest", "Samples/pad.wav", (out_ / "pad.wav").string()});
-    ASSERT_EQ(temporariesBelow(out_).size(), 1u);
+    ASSERT_EQ(exportTemporariesBelow(out_).size(), 1u);
     paused->signal(SIGTERM);
     EXPECT_EQ(paused->waitAtMost(std::chrono::seconds(60)), 130);
     EXPECT_EQ(paused->lastErrorLine(), "Cancelled.");
     EXPECT_EQ(readFile(out_ / "pad.wav"), "the old export");
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 // ---- export -----------------------------------------------------------------------------------
@@ -196,7 +188,7 @@ TEST_F(ExportCommandTest, AZipInsideTheVersionIsRefusedWithNothingWritten) {
         EXPECT_TRUE(result.out.empty()) << destination;
     }
     EXPECT_TRUE(treeOf(base_) == before);
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 TEST_F(ExportCommandTest, AZipOfTheVersionHasItsFolderOnTopAndPassesUnzipsTest) {
@@ -221,18 +213,18 @@ TEST_F(ExportCommandTest, AnEntryAddedToTheVersionMeanwhileLeavesTheOldArchive) 
     EXPECT_EQ(paused->waitAtMost(std::chrono::seconds(60)), 1);
     EXPECT_EQ(paused->lastErrorLine(), "The export source changed while it was being read.");
     EXPECT_EQ(readFile(out_ / "gig.zip"), "the old archive");
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 TEST_F(ExportCommandTest, ASigtermWhileTheZipIsWrittenLeavesNoTemporaryAndTheOldArchive) {
     writeFile(out_ / "gig.zip", "the old archive");
     auto paused = pausedAt("zip-entry", {"export", setName, "latest", (out_ / "gig.zip").string()});
-    ASSERT_EQ(temporariesBelow(out_).size(), 1u);  // one file in, the rest to come
+    ASSERT_EQ(exportTemporariesBelow(out_).size(), 1u);  // one file in, the rest to come
     paused->signal(SIGTERM);
     EXPECT_EQ(paused->waitAtMost(std::chrono::seconds(60)), 130);
     EXPECT_EQ(paused->lastErrorLine(), "Cancelled.");
     EXPECT_EQ(readFile(out_ / "gig.zip"), "the old archive");
-    EXPECT_TRUE(temporariesBelow(temp_.path()).empty());
+    EXPECT_TRUE(exportTemporariesBelow(temp_.path()).empty());
 }
 
 }  // namespace
