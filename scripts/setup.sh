@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   qt6-base-dev nlohmann-json3-dev libutf8proc-dev libudev-dev libblkid-dev libgtest-dev libgmock-dev
   rsync util-linux dosfstools fusefat fuse3
+  libarchive-dev libarchive-tools unzip
 )
 
 missing=()

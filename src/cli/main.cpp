@@ -12,6 +12,8 @@
 #include "cli/CliError.h"
 #include "cli/CompareCommand.h"
 #include "cli/EjectCommand.h"
+#include "cli/ExportCommand.h"
+#include "cli/ExportFileCommand.h"
 #include "cli/NoteCommand.h"
 #include "cli/Output.h"
 #include "cli/RestoreCommand.h"
@@ -46,6 +48,8 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<NoteCommand>());
     commands.push_back(std::make_unique<RestoreCommand>());
     commands.push_back(std::make_unique<EjectCommand>());
+    commands.push_back(std::make_unique<ExportCommand>());
+    commands.push_back(std::make_unique<ExportFileCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
     return commands;
 }

@@ -33,17 +33,6 @@ std::size_t checkedSize(int fd, const FileReadOptions& options, const std::strin
 }
 
 // The number of bytes read into [buffer, buffer + size), fewer only at the end of the file.
-std::size_t readFully(int fd, char* buffer, std::size_t size, const std::string& context) {
-    std::size_t filled = 0;
-    while (filled < size) {
-        const ssize_t count = retryingInterrupts([&] { return ::read(fd, buffer + filled, size - filled); });
-        if (count < 0) throw PosixError::fromErrno(errno, context);
-        if (count == 0) break;
-        filled += static_cast<std::size_t>(count);
-    }
-    return filled;
-}
-
 template <typename Bytes>
 void appendUntilEnd(int fd, Bytes& bytes, std::size_t largestSize, const std::string& context) {
     char chunk[16384];
@@ -69,6 +58,17 @@ Bytes readWhole(const std::filesystem::path& file, const FileReadOptions& option
 }
 
 }  // namespace
+
+std::size_t readFully(int fd, char* buffer, std::size_t size, const std::string& context) {
+    std::size_t filled = 0;
+    while (filled < size) {
+        const ssize_t count = retryingInterrupts([&] { return ::read(fd, buffer + filled, size - filled); });
+        if (count < 0) throw PosixError::fromErrno(errno, context);
+        if (count == 0) break;
+        filled += static_cast<std::size_t>(count);
+    }
+    return filled;
+}
 
 std::string readWholeFile(const std::filesystem::path& file, const FileReadOptions& options) {
     return readWhole<std::string>(file, options);

@@ -26,6 +26,11 @@ struct FileReadOptions {
 [[nodiscard]] std::vector<char> readWholeFileBytes(const std::filesystem::path& file,
                                                    const FileReadOptions& options = {});
 
+// Reads until `size` bytes are in the buffer or the file ends; the count is smaller only at the end.
+// Every read is retried on EINTR. Throws PosixError naming `context`. Any thread, one at a time per
+// descriptor.
+std::size_t readFully(int fd, char* buffer, std::size_t size, const std::string& context);
+
 // Everything from the descriptor's position to its end, for a file that stays open between reads.
 // Throws PosixError naming `context`. Any thread, one at a time per descriptor.
 [[nodiscard]] std::string readToEnd(int fd, const std::string& context);

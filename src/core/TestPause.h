@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stop_token>
 #include <string_view>
 
 namespace tapekeep::TestPause {
@@ -9,8 +10,13 @@ namespace tapekeep::TestPause {
 // TAPEKEEP_TEST_PAUSE_MARKER names and waits until that file is removed (or the process killed),
 // then goes on; a step reached again later runs on. Otherwise, as in every normal run, it does nothing.
 // Steps: "staging-created", "estimate-pass" and "transfer-pass" (at rsync's first line), "renamed",
-// "latest-swap", "rotation"; and of a restore, "restore-checks" (before the card and the version are
-// looked at).
+// "latest-swap", "rotation"; "export-written" (an export's temporary file is complete, not yet
+// checked or published), "zip-entry" (a ZIP export has written its first file); and of a restore,
+// "restore-checks" (before the card and the version are looked at).
 void at(std::string_view step);
+
+// The same, but a stop request also ends the wait, so that a test can cancel the work exactly at the
+// step and see its cancellation path run.
+void at(std::string_view step, const std::stop_token& token);
 
 }  // namespace tapekeep::TestPause

@@ -1,5 +1,7 @@
 #include "FileContent.h"
 
+#include <algorithm>
+
 #include "FatCard.h"
 #include "TempDir.h"
 
@@ -25,6 +27,22 @@ std::map<std::string, std::string> treeOf(const fs::path& folder) {
             tree[relative] = entry.is_regular_file() ? readFile(entry.path()) : "/";
     }
     return tree;
+}
+
+std::vector<std::string> namesIn(const fs::path& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::vector<fs::path> exportTemporariesBelow(const fs::path& folder) {
+    std::vector<fs::path> found;
+    for (const auto& entry : fs::recursive_directory_iterator(folder))
+        if (entry.path().filename().string().find("-export-") != std::string::npos)
+            found.push_back(entry.path());
+    return found;
 }
 
 bool sameTree(const fs::path& a, const fs::path& b, std::string* differences) {
