@@ -124,7 +124,7 @@ std::vector<FileDiff> RestoreOperation::preview(const Request& request, const De
 
 std::optional<RestoreError> RestoreOperation::run(const Request& request, const LineHandler& onLine,
                                                   const Dependencies& dependencies, std::stop_token token) {
-    TestPause::at("restore-checks");
+    TestPause::at("restore-checks", token);
     const auto list = prepare(request, onLine, dependencies, token);
     const auto arguments =
         list ? RsyncCommands::restoreFromListArguments(request.version, request.card.mountPath, list->path())

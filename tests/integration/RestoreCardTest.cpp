@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <map>
@@ -137,6 +138,27 @@ TEST_F(RestoreCardTest, AVersionDeletedAfterItWasChosenIsNotFoundAndTheCardIsUnt
     EXPECT_EQ(run->lastErrorLine(), "Backup source no longer exists on disk.");
     EXPECT_EQ(run->out(), "");
     EXPECT_EQ(treeOf(card_->mountPath()), before);
+}
+
+// SIGINT and SIGTERM stop the restore through the controller's cancellation, held where it would
+// next look at the card, so that nothing is written.
+TEST_F(RestoreCardTest, ASignalCancelsTheRestoreWith130AndWritesNothing) {
+    fs::remove(card_->mountPath() / "Songs/JAM.m8s");
+    const auto before = treeOf(card_->mountPath());
+    for (const int signal : {SIGINT, SIGTERM}) {
+        SCOPED_TRACE(signal == SIGINT ? "SIGINT" : "SIGTERM");
+        const fs::path marker = temp_ / ("held-" + std::to_string(signal));
+        const auto run =
+            startHeldAt("restore-checks", marker, {"--json", "restore", "M8CARD", setName(), versionName()});
+        ASSERT_TRUE(fs::exists(marker)) << run->err();
+        run->signal(signal);
+        EXPECT_EQ(run->wait(), 130) << run->err();
+        EXPECT_EQ(run->lastErrorLine(), "Restore was cancelled.");
+        EXPECT_NE(run->err().find("Restore cancelled by user."), std::string::npos) << run->err();
+        EXPECT_EQ(run->out(), "");
+        EXPECT_EQ(treeOf(card_->mountPath()), before);
+        fs::remove(marker);
+    }
 }
 
 // The backup runs in another process, held by the test hook in its transfer pass.
