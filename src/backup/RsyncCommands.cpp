@@ -40,6 +40,13 @@ public:
         if (base) add("--link-dest=" + base->string());
         return *this;
     }
+    // A card's FAT file system keeps no permissions, owners or folder times: rsync is told not to set
+    // them, or each attempt fails (a file's temporary copy with it, since rsync sets its mode at once),
+    // and a FUSE-mounted card may stop answering when the times of its root are set.
+    ArgumentList& fatAttributes() {
+        for (const char* flag : {"--no-perms", "--no-owner", "--no-group", "--omit-dir-times"}) add(flag);
+        return *this;
+    }
     ArgumentList& excludes() {
         arguments_.insert(arguments_.end(), excludeArguments().begin(), excludeArguments().end());
         return *this;
@@ -161,13 +168,16 @@ Arguments verifyArguments(const fs::path& source, const fs::path& destination,
 }
 
 Arguments wholeRestoreArguments(const fs::path& source, const fs::path& destination) {
-    return ArgumentList{"-avh", "-u", "--progress", "--stats", "--checksum"}.excludes().betweenFolders(
-        source, destination);
+    return ArgumentList{"-avh", "-u", "--progress", "--stats", "--checksum"}
+        .fatAttributes()
+        .excludes()
+        .betweenFolders(source, destination);
 }
 
 Arguments restoreFromListArguments(const fs::path& source, const fs::path& destination,
                                    const fs::path& listPath) {
     return ArgumentList{"-avh", "-u", "--progress", "--stats", "--checksum"}
+        .fatAttributes()
         .excludes()
         .fileList(listPath)
         .betweenFolders(source, destination);
@@ -176,7 +186,7 @@ Arguments restoreFromListArguments(const fs::path& source, const fs::path& desti
 Arguments restorePreviewArguments(const fs::path& source, const fs::path& destination,
                                   const std::optional<Folders>& folders) {
     ArgumentList arguments{"-aniuc", "--itemize-changes", itemizedFormat};
-    arguments.excludes();
+    arguments.fatAttributes().excludes();
     if (folders) arguments.folderIncludes(*folders);
     return arguments.betweenFolders(source, destination);
 }
@@ -184,6 +194,7 @@ Arguments restorePreviewArguments(const fs::path& source, const fs::path& destin
 Arguments restorePreviewFromListArguments(const fs::path& source, const fs::path& destination,
                                           const fs::path& listPath) {
     return ArgumentList{"-aniuc", "--itemize-changes", itemizedFormat}
+        .fatAttributes()
         .excludes()
         .fileList(listPath)
         .betweenFolders(source, destination);

@@ -63,22 +63,24 @@ Arguments verifyArguments(const std::filesystem::path& source, const std::filesy
                           const std::optional<Folders>& folders,
                           const std::optional<std::filesystem::path>& listPath);
 
-// A whole version back to the card: -avh -u --progress --stats --checksum E. Never --delete.
+// A whole version back to the card: -avh -u --progress --stats --checksum F E. Never --delete.
+// F, in every list that writes to a card or previews such a write: --no-perms --no-owner --no-group
+// --omit-dir-times, which a FAT card cannot keep.
 Arguments wholeRestoreArguments(const std::filesystem::path& source,
                                 const std::filesystem::path& destination);
 
-// Listed paths back to the card: the whole restore's flags, E, --recursive --from0 --files-from.
+// Listed paths back to the card: the whole restore's flags, F, E, --recursive --from0 --files-from.
 Arguments restoreFromListArguments(const std::filesystem::path& source,
                                    const std::filesystem::path& destination,
                                    const std::filesystem::path& listPath);
 
-// What a restore would touch: -aniuc --itemize-changes --out-format=%i<TAB>%n E, then with folders
+// What a restore would touch: -aniuc --itemize-changes --out-format=%i<TAB>%n F E, then with folders
 // their includes and --exclude=*; without folders, the whole version.
 Arguments restorePreviewArguments(const std::filesystem::path& source,
                                   const std::filesystem::path& destination,
                                   const std::optional<Folders>& folders);
 
-// The preview of a restore from a list: the preview's flags, E, --recursive --from0 --files-from.
+// The preview of a restore from a list: the preview's flags, F, E, --recursive --from0 --files-from.
 Arguments restorePreviewFromListArguments(const std::filesystem::path& source,
                                           const std::filesystem::path& destination,
                                           const std::filesystem::path& listPath);

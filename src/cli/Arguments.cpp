@@ -44,6 +44,19 @@ std::vector<std::string> Arguments::takeValues(const std::string& name) {
     return values;
 }
 
+std::vector<std::string> Arguments::takeList(const std::string& name) {
+    std::vector<std::string> items;
+    const auto text = takeValue(name);
+    if (!text) return items;
+    std::size_t start = 0;
+    while (start <= text->size()) {
+        const std::size_t end = std::min(text->find(',', start), text->size());
+        if (end > start) items.push_back(text->substr(start, end - start));
+        start = end + 1;
+    }
+    return items;
+}
+
 std::vector<std::string> Arguments::operands(std::size_t minimum, std::size_t maximum,
                                              const std::string& usage) const {
     for (const auto& word : words_)

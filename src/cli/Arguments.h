@@ -18,6 +18,8 @@ public:
     // Removes the option and its value; throws UsageError when the value is missing.
     std::optional<std::string> takeValue(const std::string& name);
     std::vector<std::string> takeValues(const std::string& name);  // may be repeated
+    // Removes the option and splits its value at ","; empty pieces are dropped.
+    std::vector<std::string> takeList(const std::string& name);
     // What is left once every option was taken; throws UsageError on an unknown option.
     std::vector<std::string> operands(std::size_t minimum, std::size_t maximum,
                                       const std::string& usage) const;

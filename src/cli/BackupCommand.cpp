@@ -24,25 +24,13 @@ struct BackupOptions {
     bool all = false;
 };
 
-std::vector<std::string> commaSeparated(const std::optional<std::string>& text) {
-    std::vector<std::string> items;
-    if (!text) return items;
-    std::size_t start = 0;
-    while (start <= text->size()) {
-        const std::size_t end = std::min(text->find(',', start), text->size());
-        if (end > start) items.push_back(text->substr(start, end - start));
-        start = end + 1;
-    }
-    return items;
-}
-
 BackupOptions takeOptions(Arguments& arguments) {
     BackupOptions options;
     if (auto destination = arguments.takeValue("--dest")) options.destination = fs::absolute(*destination);
     if (auto keep = arguments.takeValue("--keep")) options.keep = parseCount(*keep, "--keep", 1);
     options.noRotate = arguments.takeFlag("--no-rotate");
-    options.folders = commaSeparated(arguments.takeValue("--folders"));
-    options.songs = commaSeparated(arguments.takeValue("--songs"));
+    options.folders = arguments.takeList("--folders");
+    options.songs = arguments.takeList("--songs");
     options.verify = arguments.takeFlag("--verify");
     options.mismatchAction = arguments.takeValue("--mismatch");
     options.all = arguments.takeFlag("--all");

@@ -16,6 +16,7 @@
 #include "cli/ExportFileCommand.h"
 #include "cli/NoteCommand.h"
 #include "cli/Output.h"
+#include "cli/RestoreCommand.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SignalCancellation.h"
@@ -45,6 +46,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<ChangesCommand>());
     commands.push_back(std::make_unique<CompareCommand>());
     commands.push_back(std::make_unique<NoteCommand>());
+    commands.push_back(std::make_unique<RestoreCommand>());
     commands.push_back(std::make_unique<EjectCommand>());
     commands.push_back(std::make_unique<ExportCommand>());
     commands.push_back(std::make_unique<ExportFileCommand>());

@@ -2,30 +2,14 @@
 
 #include "backup/RestoreError.h"
 #include "backup/RsyncCommands.h"
-#include "backup/RsyncDiffParser.h"
-#include "backup/RsyncVersion.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
+#include "core/Log.h"
 #include "platform/ProcessRunner.h"
+#include "workflows/ItemizedOutput.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
-namespace {
-
-QString text(const std::string& value) {
-    return QString::fromStdString(value);
-}
-
-std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const auto& line : lines) {
-        if (!text.empty()) text += '\n';
-        text += line;
-    }
-    return text;
-}
-
-}  // namespace
-
 ComparisonViewModel::ComparisonViewModel(std::vector<BackupVersion> versions, Dependencies dependencies,
                                          QObject* parent)
     : QObject(parent),
@@ -87,31 +71,11 @@ ComparisonViewModel::Outcome ComparisonViewModel::run(const BackupVersion& a, co
         throwIfCancelled(token);
         // Every non-zero status fails: the 23 or 24 that a backup may accept would mean rows are missing.
         if (result.status != 0) throw RestoreError::rsyncFailed(result.status);
-        return readOutput(lines, rsyncPath, logStore, token);
+        static const Log log("ComparisonViewModel");
+        return Outcome{ItemizedOutput::read(lines, rsyncPath, logStore, log, "Comparison", token), {}};
     } catch (const std::exception& error) {
         return Outcome{std::nullopt, describe(error)};
     }
-}
-
-// Output of an rsync whose version is unknown, or could not be told, cannot be trusted however
-// well formed it looks: it is kept for diagnosis and no rows are shown.
-ComparisonViewModel::Outcome ComparisonViewModel::readOutput(const std::vector<std::string>& lines,
-                                                             const std::string& rsyncPath,
-                                                             const RsyncLogStore& logStore,
-                                                             std::stop_token token) {
-    std::optional<RsyncVersion> version;
-    try {
-        version = RsyncVersion::detect(rsyncPath, token);
-    } catch (const Cancelled&) {
-        throw;
-    } catch (const std::exception&) {
-        // The user sees only that the output could not be read, with the log kept for diagnosis.
-    }
-    if (version && version->kind() != RsyncVersion::Kind::unsupported)
-        return Outcome{RsyncDiffParser::parse(lines, *version, false), {}};
-    if (auto log = logStore.write(joined(lines)))
-        return Outcome{std::nullopt, RestoreError::parseFailedWithLog(*log).description()};
-    return Outcome{std::nullopt, "rsync output parse failed — could not save diagnostic log"};
 }
 
 void ComparisonViewModel::finish(Outcome outcome) {
@@ -147,25 +111,15 @@ int ComparisonViewModel::indexOf(const std::optional<BackupVersion>& version) co
 }
 
 QVariantList ComparisonViewModel::versionsVariant() const {
-    QVariantList list;
-    for (const auto& version : versions_)
-        list.push_back(QVariantMap{{"folderName", text(version.folderName)},
-                                   {"path", text(version.url.string())},
-                                   {"isLatest", version.isLatest}});
-    return list;
+    return QmlValues::listOf(versions_, QmlValues::version);
 }
 
 QVariant ComparisonViewModel::diffResultVariant() const {
-    if (!diffResult_) return {};
-    QVariantList rows;
-    for (const auto& difference : *diffResult_)
-        rows.push_back(
-            QVariantMap{{"path", text(difference.path)}, {"kind", FileDiff::rawValue(difference.kind)}});
-    return rows;
+    return QmlValues::diffRows(diffResult_);
 }
 
 QVariant ComparisonViewModel::errorMessageVariant() const {
-    return errorMessage_ ? QVariant(text(*errorMessage_)) : QVariant();
+    return QmlValues::optionalText(errorMessage_);
 }
 
 }  // namespace tapekeep

@@ -86,8 +86,6 @@ private:
 
     static Outcome run(const BackupVersion& a, const BackupVersion& b, const std::string& rsyncPath,
                        const RsyncLogStore& logStore, std::stop_token token);
-    static Outcome readOutput(const std::vector<std::string>& lines, const std::string& rsyncPath,
-                              const RsyncLogStore& logStore, std::stop_token token);
     void finish(Outcome outcome);
     void setError(std::optional<std::string> message);
     void setDiffResult(std::optional<std::vector<FileDiff>> result);

@@ -46,6 +46,7 @@ TEST(RsyncCommandsTest, EachListHoldsItsFlagsInOrder) {
     const Args itemized{"--itemize-changes", "--out-format=%i\t%n"};
     const Args basePaths{previous.string() + "/", staging.string() + "/"};
     const Args toCard{previous.string() + "/", card.string() + "/"};
+    const Args fat{"--no-perms", "--no-owner", "--no-group", "--omit-dir-times"};
     const Args restore{"-avh", "-u", "--progress", "--stats", "--checksum"};
     const Args copy{"-avh", "--checksum", "--safe-links", "--progress"};
     const std::vector<std::tuple<const char*, Args, Args>> cases{
@@ -94,15 +95,15 @@ TEST(RsyncCommandsTest, EachListHoldsItsFlagsInOrder) {
          join({{"-anic"}, itemized, {"--delete"}, E, {"--exclude=*"}, paths})},
         {"verify list", verifyArguments(card, staging, std::nullopt, listFile),
          join({{"-anic"}, itemized, E, fromList, paths})},
-        {"restore", wholeRestoreArguments(previous, card), join({restore, E, toCard})},
+        {"restore", wholeRestoreArguments(previous, card), join({restore, fat, E, toCard})},
         {"restore list", restoreFromListArguments(previous, card, listFile),
-         join({restore, E, fromList, toCard})},
+         join({restore, fat, E, fromList, toCard})},
         {"preview", restorePreviewArguments(previous, card, std::nullopt),
-         join({{"-aniuc"}, itemized, E, toCard})},
+         join({{"-aniuc"}, itemized, fat, E, toCard})},
         {"preview folders", restorePreviewArguments(previous, card, Folders{"Songs"}),
-         join({{"-aniuc"}, itemized, E, songs, toCard})},
+         join({{"-aniuc"}, itemized, fat, E, songs, toCard})},
         {"preview list", restorePreviewFromListArguments(previous, card, listFile),
-         join({{"-aniuc"}, itemized, E, fromList, toCard})},
+         join({{"-aniuc"}, itemized, fat, E, fromList, toCard})},
         {"compare", compareVersionsArguments(previous, staging),
          join({{"-anic", "--delete"}, itemized, E, basePaths})},
         {"copy folder", copyToCardArguments(previous / "Songs", card / "Songs", true),

@@ -106,12 +106,8 @@ TEST_F(ConcurrentBackupTest, OfTwoSimultaneousBackupsOnePublishesAndTheOtherIsRe
 // holds the card, and the card stays mounted under it.
 TEST_F(ConcurrentBackupTest, AnotherProcessCannotEjectTheCardWhileABackupHoldsIt) {
     const fs::path marker = temp_ / "held";
-    const auto backup = startCli(
-        {"--json", "backup", "M8CARD"},
-        {{"TAPEKEEP_TEST_PAUSE_AT", "transfer-pass"}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
-    ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || backup->hasExited(); }) &&
-                fs::exists(marker))
-        << backup->err();
+    const auto backup = startHeldAt("transfer-pass", marker, {"--json", "backup", "M8CARD"});
+    ASSERT_TRUE(fs::exists(marker)) << backup->err();
 
     const auto eject = cli({"eject", "M8CARD"});
     EXPECT_EQ(eject.status, 1) << eject.err;

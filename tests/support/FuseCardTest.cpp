@@ -1,5 +1,7 @@
 #include "FuseCardTest.h"
 
+#include "LiveProcesses.h"
+
 #include <nlohmann/json.hpp>
 
 namespace tapekeep::test {
@@ -39,6 +41,14 @@ std::unique_ptr<CliProcess> FuseCardTest::startCli(
     const std::vector<std::string>& arguments,
     const std::map<std::string, std::string>& extraEnvironment) const {
     return std::make_unique<CliProcess>(home(), cliArguments(arguments), extraEnvironment);
+}
+
+std::unique_ptr<CliProcess> FuseCardTest::startHeldAt(const std::string& step, const fs::path& marker,
+                                                      const std::vector<std::string>& arguments) const {
+    auto process = startCli(
+        arguments, {{"TAPEKEEP_TEST_PAUSE_AT", step}, {"TAPEKEEP_TEST_PAUSE_MARKER", marker.string()}});
+    waitUntil([&] { return fs::exists(marker) || process->hasExited(); });
+    return process;
 }
 
 fs::path FuseCardTest::backupOk(const std::vector<std::string>& extra) const {

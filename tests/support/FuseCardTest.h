@@ -45,6 +45,13 @@ protected:
         const std::vector<std::string>& arguments,
         const std::map<std::string, std::string>& extraEnvironment = {}) const;
 
+    // tapekeep-cli started as startCli does, with the test hook holding it at the step until the
+    // marker file is removed. Returns once it is held there (the marker exists) or has ended without
+    // getting there, which the caller tells by the marker.
+    [[nodiscard]] std::unique_ptr<CliProcess> startHeldAt(const std::string& step,
+                                                          const std::filesystem::path& marker,
+                                                          const std::vector<std::string>& arguments) const;
+
     // `--json backup M8CARD` with the extra arguments, expected to succeed: the version it
     // published, or an empty path when it failed.
     std::filesystem::path backupOk(const std::vector<std::string>& extra = {}) const;

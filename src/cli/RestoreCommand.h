@@ -1,0 +1,20 @@
+#pragma once
+
+#include "cli/Command.h"
+
+namespace tapekeep::cli {
+
+// A version back on a card under the card's lease: the whole version, or chosen top-level folders,
+// or songs one by one with the samples they use. Never deletes on the card and never replaces a file
+// that is newer there. rsync's log lines go to standard error. --preview prints what would change
+// and writes nothing. SIGINT and SIGTERM stop rsync through the controller's cancellation.
+class RestoreCommand : public Command {
+public:
+    [[nodiscard]] std::string name() const override { return "restore"; }
+    [[nodiscard]] std::string usage() const override {
+        return "tapekeep-cli restore CARD SET VERSION [--folders A,B] [--songs P,Q] [--preview]";
+    }
+    int run(CliContext& context, Arguments arguments) override;
+};
+
+}  // namespace tapekeep::cli

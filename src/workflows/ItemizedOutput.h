@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "backup/RsyncLogStore.h"
+#include "core/FileDiff.h"
+#include "core/Log.h"
+
+// The reading of an rsync dry run's itemised lines, shared by every controller that shows such a
+// run's rows (the comparison of two versions, the preview of a restore). Any thread.
+namespace tapekeep::ItemizedOutput {
+
+// The differences that the lines of a finished dry run name, read as the class of the rsync at
+// rsyncPath prints them. Output of an rsync whose class is unsupported, or could not be told, cannot
+// be trusted however well formed it looks: it is saved to logStore for diagnosis and
+// RestoreError::parseFailedWithLog is thrown (an Error saying so when even the log cannot be saved).
+// The failures are logged on log: "detectVersion failed: {error}" and "{purpose} parse failed: {error}".
+// Throws Cancelled.
+std::vector<FileDiff> read(const std::vector<std::string>& lines, const std::string& rsyncPath,
+                           const RsyncLogStore& logStore, const Log& log, const std::string& purpose,
+                           std::stop_token token);
+
+// The lines as one text, for a log file.
+std::string joined(const std::vector<std::string>& lines);
+
+}  // namespace tapekeep::ItemizedOutput
