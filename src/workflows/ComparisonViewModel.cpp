@@ -64,6 +64,7 @@ ComparisonViewModel::Outcome ComparisonViewModel::run(const BackupVersion& a, co
                                                       const std::string& rsyncPath,
                                                       const RsyncLogStore& logStore, std::stop_token token) {
     try {
+        auto detection = ItemizedOutput::detectVersionMeanwhile(rsyncPath, token);
         std::vector<std::string> lines;  // read only after the process has ended
         const ProcessResult result = ProcessRunner::shared().run(
             rsyncPath, RsyncCommands::compareVersionsArguments(a.url, b.url),
@@ -72,7 +73,8 @@ ComparisonViewModel::Outcome ComparisonViewModel::run(const BackupVersion& a, co
         // Every non-zero status fails: the 23 or 24 that a backup may accept would mean rows are missing.
         if (result.status != 0) throw RestoreError::rsyncFailed(result.status);
         static const Log log("ComparisonViewModel");
-        return Outcome{ItemizedOutput::read(lines, rsyncPath, logStore, log, "Comparison", token), {}};
+        return Outcome{ItemizedOutput::read(lines, std::move(detection), logStore, log, "Comparison", token),
+                       {}};
     } catch (const std::exception& error) {
         return Outcome{std::nullopt, describe(error)};
     }

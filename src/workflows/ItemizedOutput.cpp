@@ -19,12 +19,19 @@ std::string joined(const std::vector<std::string>& lines) {
     return text;
 }
 
-std::vector<FileDiff> read(const std::vector<std::string>& lines, const std::string& rsyncPath,
+std::future<RsyncVersion> detectVersionMeanwhile(const std::string& rsyncPath, std::stop_token token) {
+    return std::async(std::launch::async, [rsyncPath, token = std::move(token)] {
+        return RsyncVersion::detect(rsyncPath, token);
+    });
+}
+
+std::vector<FileDiff> read(const std::vector<std::string>& lines, std::future<RsyncVersion> detection,
                            const RsyncLogStore& logStore, const Log& log, const std::string& purpose,
                            std::stop_token token) {
     std::optional<RsyncVersion> version;
     try {
-        version = RsyncVersion::detect(rsyncPath, token);
+        version = detection.get();
+        throwIfCancelled(token);
     } catch (const Cancelled&) {
         throw;
     } catch (const std::exception& error) {

@@ -113,12 +113,13 @@ std::vector<FileDiff> RestoreOperation::preview(const Request& request, const De
         list ? RsyncCommands::restorePreviewFromListArguments(request.version, request.card.mountPath,
                                                               list->path())
              : RsyncCommands::restorePreviewArguments(request.version, request.card.mountPath, std::nullopt);
+    auto detection = ItemizedOutput::detectVersionMeanwhile(request.rsyncPath, token);
     std::vector<std::string> lines;  // read only once rsync has ended
     const int status = dependencies.runRsync(
         request.rsyncPath, arguments, [&lines](const std::string& line) { lines.push_back(line); }, token);
     throwIfCancelled(token);
     if (status != 0) throw RestoreError::rsyncFailed(status);
-    return ItemizedOutput::read(lines, request.rsyncPath, dependencies.logStore, log(), "Restore preview",
+    return ItemizedOutput::read(lines, std::move(detection), dependencies.logStore, log(), "Restore preview",
                                 token);
 }
 
