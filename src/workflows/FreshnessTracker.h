@@ -60,6 +60,9 @@ public:
         return cardFreshness_.value(uuid);
     }
     [[nodiscard]] std::vector<FileDiff> quickDiffs(const std::string& uuid) const;
+    [[nodiscard]] std::optional<DiffSummary> diffSummary(const std::string& uuid) const {
+        return cardDiffSummary_.value(uuid);
+    }
 
     [[nodiscard]] QVariantMap freshnessVariant() const;
     [[nodiscard]] QVariantMap diffSummaryVariant() const;
