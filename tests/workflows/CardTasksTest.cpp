@@ -49,7 +49,7 @@ TEST_F(CardTasksTest, ATaskThatEndsAfterItsReplacementStartedIsNotTakenForIt) {
     EXPECT_EQ(forgotten, std::vector<bool>{false});
     EXPECT_TRUE(tasks.contains(card));
 
-    EXPECT_TRUE(tasks.requestStop(card));
+    ASSERT_TRUE(tasks.requestStop(card));
     ASSERT_TRUE(waitFor([&] { return forgotten.size() == 2; }));
     EXPECT_EQ(forgotten, (std::vector<bool>{false, true}));
     EXPECT_FALSE(tasks.contains(card));
