@@ -10,9 +10,6 @@
 
 namespace tapekeep {
 namespace {
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
 
 const SDCard alpha{"/media/ALPHA", "ALPHA", "76FA-7D45-0000-000A"};
 const SDCard bravo{"/media/BRAVO", "BRAVO", "76FA-7D45-0000-000B"};
@@ -20,7 +17,7 @@ const SDCard bravo{"/media/BRAVO", "BRAVO", "76FA-7D45-0000-000B"};
 class AutoBackupCountdownTest : public ::testing::Test {
 protected:
     AutoBackupCountdownTest() {
-        startApplication();
+        test::startApplication();
         settings.setAutoBackupOnConnect(true);
         settings.setAutoBackupDelaySeconds(0);
         QObject::connect(&countdown, &AutoBackupCountdown::elapsed,
@@ -31,7 +28,7 @@ protected:
         return states.state(card.diskUtilUUID).kind == CardState::Kind::autoBackupCountdown;
     }
 
-    TempDir temp;
+    test::TempDir temp;
     SettingsStore store{temp / "settings.json"};
     AppSettings settings{store, [] { return std::optional<std::string>("/usr/bin/rsync"); }};
     CardStateTable states{[] {}};
@@ -101,7 +98,7 @@ TEST_F(AutoBackupCountdownTest, ACountdownEndsOnceUnlessCancelled) {
     countdown.arm(bravo);
     EXPECT_TRUE(countdown.cancel(alpha.diskUtilUUID));
     // Both countdowns started together, the cancelled one first.
-    ASSERT_TRUE(waitFor(
+    ASSERT_TRUE(test::waitFor(
         [&] { return std::find(elapsed.begin(), elapsed.end(), bravo.diskUtilUUID) != elapsed.end(); }));
     EXPECT_EQ(elapsed, std::vector<std::string>{bravo.diskUtilUUID});
     EXPECT_FALSE(countdown.contains(bravo.diskUtilUUID));

@@ -13,8 +13,6 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::waitFor;
 
 const SDCard card{"/media/CARD", "CARD", "76FA-7D45-0000-0001"};
 
@@ -39,7 +37,7 @@ struct ThreadEndMark {
 
 class BackupOptionsSheetTest : public ::testing::Test {
 protected:
-    BackupOptionsSheetTest() { startApplication(); }
+    BackupOptionsSheetTest() { test::startApplication(); }
 
     // Lists what listings says for each load in turn; the sizes are the folder's name length.
     BackupOptionsSheet::Reader reader() {
@@ -58,7 +56,7 @@ protected:
 
     void openAndLoad() {
         sheet.open(card, std::nullopt);
-        ASSERT_TRUE(waitFor([&] { return sheet.sizesLoaded(card.diskUtilUUID); }));
+        ASSERT_TRUE(test::waitFor([&] { return sheet.sizesLoaded(card.diskUtilUUID); }));
     }
 
     std::vector<CardOptionsListing> listings{{{folder("Instruments"), folder("Samples"), folder("Songs")},
@@ -72,12 +70,12 @@ TEST_F(BackupOptionsSheetTest, WhatALoadOfAnEarlierOpeningDeliversIsDropped) {
     listings = {{{folder("Old")}, {}}, {{folder("New")}, {}}};
     holdFirstLoad = true;
     sheet.open(card, std::nullopt);
-    ASSERT_TRUE(waitFor([&] { return loads == 1; }));
+    ASSERT_TRUE(test::waitFor([&] { return loads == 1; }));
     openAndLoad();  // opened anew while the first load still reads
     ASSERT_EQ(names(sheet.folders(card.diskUtilUUID)), std::vector<std::string>{"New"});
 
     holdFirstLoad = false;  // the first load delivers after all
-    ASSERT_TRUE(waitFor([&] { return firstLoadEnded.load(); }));
+    ASSERT_TRUE(test::waitFor([&] { return firstLoadEnded.load(); }));
     QCoreApplication::processEvents();
 
     EXPECT_EQ(names(sheet.folders(card.diskUtilUUID)), std::vector<std::string>{"New"});

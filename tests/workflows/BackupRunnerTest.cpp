@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 
+#include "CardLocks.h"
 #include "EventLoop.h"
 #include "Printers.h"
 #include "TempDir.h"
@@ -22,20 +22,14 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
-using test::writeFile;
 
 class BackupRunnerTest : public ::testing::Test {
 protected:
     BackupRunnerTest() {
-        startApplication();
-        // Card locks of this test only: test programs run side by side with the same made-up cards.
-        fs::create_directories(temp / "run");
-        ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
-        writeFile(card.mountPath / "Songs/intro.m8s", "song one");
-        writeFile(card.mountPath / "Instruments/bass.m8i", "bass");
+        test::startApplication();
+        test::keepCardLocksIn(temp / "run");
+        test::writeFile(card.mountPath / "Songs/intro.m8s", "song one");
+        test::writeFile(card.mountPath / "Instruments/bass.m8i", "bass");
         QObject::connect(&runner, &BackupRunner::published,
                          [this](const SDCard&, const fs::path& destination) {
                              events.push_back("published " + destination.string());
@@ -69,7 +63,7 @@ protected:
                 {0ms}};
     }
 
-    TempDir temp;
+    test::TempDir temp;
     const SDCard card{temp / "volumes/CARD", "CARD", "76FA-7D45-0000-0001"};
     SettingsStore settingsStore{temp / "settings.json"};
     AppSettings settings{settingsStore, [] { return std::optional<std::string>("/usr/bin/rsync"); }};
@@ -112,7 +106,7 @@ TEST_F(BackupRunnerTest, AfterASuccessTheCardIsEjectedUnderTheRunsLease) {
     settings.setAutoEjectOnCompletion(true);
     ASSERT_TRUE(runner.start(card, plan()));
     EXPECT_EQ(states.state(card.diskUtilUUID).kind, CardState::Kind::running);
-    ASSERT_TRUE(waitFor([&] { return finished(); }));
+    ASSERT_TRUE(test::waitFor([&] { return finished(); }));
 
     EXPECT_TRUE(states.state(card.diskUtilUUID).message.starts_with("Backup successful (0:0"))
         << states.state(card.diskUtilUUID).message;
@@ -127,7 +121,7 @@ TEST_F(BackupRunnerTest, AFailedEjectAfterARunKeepsTheSuccessAndSaysWhy) {
     settings.setAutoEjectOnCompletion(true);
     ejectFails = true;
     ASSERT_TRUE(runner.start(card, plan()));
-    ASSERT_TRUE(waitFor([&] { return finished(); }));
+    ASSERT_TRUE(test::waitFor([&] { return finished(); }));
 
     EXPECT_EQ(states.state(card.diskUtilUUID),
               CardState::success("Backup saved. Failed to eject: device busy"));
@@ -137,7 +131,7 @@ TEST_F(BackupRunnerTest, AFailedEjectAfterARunKeepsTheSuccessAndSaysWhy) {
 
 TEST_F(BackupRunnerTest, WithoutAnEjectTheCardIsReleasedBeforeTheRunFinishes) {
     ASSERT_TRUE(runner.start(card, plan()));
-    ASSERT_TRUE(waitFor([&] { return finished(); }));
+    ASSERT_TRUE(test::waitFor([&] { return finished(); }));
     EXPECT_EQ(events,
               (std::vector<std::string>{"published " + store().string(), "cardReleased", "backupFinished"}));
     EXPECT_FALSE(holderDuringEject.has_value());

@@ -11,21 +11,17 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
-using test::writeFile;
 
 const SDCard card{"/media/CARD", "CARD", "76FA-7D45-0000-0001"};
 
 class BackupSetFactsTest : public ::testing::Test {
 protected:
     BackupSetFactsTest() {
-        startApplication();
+        test::startApplication();
         // Two versions of the card, the newer one the latest and noted.
-        writeFile(version("backup-2024-05-01-120000") / "Songs/intro.m8s", std::string(100, 's'));
-        writeFile(version("backup-2024-05-02-120000") / "Songs/intro.m8s", std::string(300, 's'));
-        writeFile(version("backup-2024-05-02-120000") / "Samples/kick.wav", std::string(20, 'k'));
+        test::writeFile(version("backup-2024-05-01-120000") / "Songs/intro.m8s", std::string(100, 's'));
+        test::writeFile(version("backup-2024-05-02-120000") / "Songs/intro.m8s", std::string(300, 's'));
+        test::writeFile(version("backup-2024-05-02-120000") / "Samples/kick.wav", std::string(20, 'k'));
         fs::create_directory_symlink("backup-2024-05-02-120000", setRoot() / "latest");
         EXPECT_FALSE(
             BackupRepository::saveNote(version("backup-2024-05-02-120000"), "kick take 3").has_value());
@@ -37,11 +33,11 @@ protected:
 
     BackupInfo loaded() {
         facts.load(card, store());
-        EXPECT_TRUE(waitFor([&] { return facts.info(card.diskUtilUUID).has_value(); }, 10s));
+        EXPECT_TRUE(test::waitFor([&] { return facts.info(card.diskUtilUUID).has_value(); }, 10s));
         return facts.info(card.diskUtilUUID).value_or(BackupInfo{});
     }
 
-    TempDir temp;
+    test::TempDir temp;
     BackupSetFacts facts;
 };
 
@@ -52,7 +48,7 @@ TEST_F(BackupSetFactsTest, TheVersionsAreCountedAndMeasuredOnceAndTheLatestNoteS
     EXPECT_EQ(facts.latestNote(card.diskUtilUUID), "kick take 3");
     const std::map<std::string, std::int64_t> measured{{"backup-2024-05-01-120000", 100},
                                                        {"backup-2024-05-02-120000", 331}};
-    EXPECT_TRUE(waitFor([&] { return BackupRepository::loadSizes(setRoot()) == measured; }, 10s));
+    EXPECT_TRUE(test::waitFor([&] { return BackupRepository::loadSizes(setRoot()) == measured; }, 10s));
 }
 
 // A version never changes once published, so its size in the cache is taken as it is.

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 
+#include "CardLocks.h"
 #include "EventLoop.h"
 #include "TempDir.h"
 #include "cards/OperationLock.h"
@@ -14,17 +14,12 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
 
 class CardEjectorTest : public ::testing::Test {
 protected:
     CardEjectorTest() {
-        startApplication();
-        // Card locks of this test only: test programs run side by side with the same made-up cards.
-        fs::create_directories(temp / "run");
-        ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
+        test::startApplication();
+        test::keepCardLocksIn(temp / "run");
     }
 
     CardEjector::Dependencies dependencies() {
@@ -39,7 +34,7 @@ protected:
                 {0ms, 1ms, 2ms}};
     }
 
-    TempDir temp;
+    test::TempDir temp;
     const SDCard card{temp / "volumes/CARD", "CARD", "76FA-7D45-0000-0001"};
     std::atomic<bool> notTheSameCard{false};
     std::atomic<int> ejectCalls{0}, failingEjects{0};
@@ -80,7 +75,7 @@ TEST_F(CardEjectorTest, TheUsersEjectHoldsTheCardUntilItReports) {
         events.push_back("finished " + uuid.toStdString() + " \"" + error.toStdString() + "\"");
     });
     ejector.eject(card);
-    ASSERT_TRUE(waitFor([&] { return events.size() == 2; }));
+    ASSERT_TRUE(test::waitFor([&] { return events.size() == 2; }));
     EXPECT_EQ(events, (std::vector<std::string>{"starting " + card.diskUtilUUID,
                                                 "finished " + card.diskUtilUUID + " \"\""}));
     EXPECT_EQ(holderDuringEject, OperationKind::browse);

@@ -13,14 +13,12 @@
 namespace tapekeep {
 namespace {
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::waitFor;
 
 const std::string card = "76FA-7D45-0000-0001";
 
 class CardTasksTest : public ::testing::Test {
 protected:
-    CardTasksTest() { startApplication(); }
+    CardTasksTest() { test::startApplication(); }
 
     // Runs until its token asks it to stop.
     static void untilStopped(std::stop_token token) {
@@ -45,12 +43,12 @@ TEST_F(CardTasksTest, ATaskThatEndsAfterItsReplacementStartedIsNotTakenForIt) {
         forget);
     tasks.start(card, untilStopped, forget);
     firstMayEnd = true;
-    ASSERT_TRUE(waitFor([&] { return forgotten.size() == 1; }));
+    ASSERT_TRUE(test::waitFor([&] { return forgotten.size() == 1; }));
     EXPECT_EQ(forgotten, std::vector<bool>{false});
     EXPECT_TRUE(tasks.contains(card));
 
     ASSERT_TRUE(tasks.requestStop(card));
-    ASSERT_TRUE(waitFor([&] { return forgotten.size() == 2; }));
+    ASSERT_TRUE(test::waitFor([&] { return forgotten.size() == 2; }));
     EXPECT_EQ(forgotten, (std::vector<bool>{false, true}));
     EXPECT_FALSE(tasks.contains(card));
 }

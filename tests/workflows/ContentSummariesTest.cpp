@@ -10,14 +10,11 @@
 
 namespace tapekeep {
 namespace {
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
 
 class ContentSummariesTest : public ::testing::Test {
 protected:
     ContentSummariesTest() {
-        startApplication();
+        test::startApplication();
         QObject::connect(&summaries, &ContentSummaries::summaryChanged, [this] {
             shown.push_back(summaries.summary(card.diskUtilUUID).value_or(ContentCounts{}));
         });
@@ -25,7 +22,7 @@ protected:
 
     bool scanning() const { return summaries.label(card.diskUtilUUID) == "Scanning"; }
 
-    TempDir temp;
+    test::TempDir temp;
     SettingsStore store{temp / "settings.json"};
     test::FakeVolumes volumes;
     const SDCard card = volumes.addCard(temp / "volumes/CARD", "76FA-7D45-0000-0001");
@@ -38,7 +35,7 @@ TEST_F(ContentSummariesTest, TheRememberedCountsShowWhileTheCardIsCountedAnew) {
     M8ContentScanner::storeSummary(remembered, card.diskUtilUUID, store);
     summaries.scan(card);
     EXPECT_TRUE(scanning());
-    ASSERT_TRUE(waitFor([&] { return !scanning(); }));
+    ASSERT_TRUE(test::waitFor([&] { return !scanning(); }));
 
     ASSERT_EQ(shown.size(), 2u);
     EXPECT_EQ(shown.front(), remembered);
@@ -51,7 +48,7 @@ TEST_F(ContentSummariesTest, TheRememberedCountsShowWhileTheCardIsCountedAnew) {
 TEST_F(ContentSummariesTest, ACardPulledWhileItWasCountedLeavesNoCounts) {
     volumes.answerOnly(1);  // the look-up before the count finds the card, the one after does not
     summaries.scan(card);
-    ASSERT_TRUE(waitFor([&] { return !scanning(); }));
+    ASSERT_TRUE(test::waitFor([&] { return !scanning(); }));
 
     EXPECT_TRUE(shown.empty());
     EXPECT_EQ(summaries.summary(card.diskUtilUUID), std::nullopt);

@@ -12,24 +12,21 @@
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
 
 class DetectedCardListTest : public ::testing::Test {
 protected:
     DetectedCardListTest() {
-        startApplication();
+        test::startApplication();
         QObject::connect(&list, &DetectedCardList::cardLeft,
                          [this](const std::string& uuid) { left.push_back(uuid); });
     }
 
     void scan() {
         list.scan();
-        ASSERT_TRUE(waitFor([&] { return !list.isScanning(); }));
+        ASSERT_TRUE(test::waitFor([&] { return !list.isScanning(); }));
     }
 
-    TempDir temp;
+    test::TempDir temp;
     test::FakeVolumes volumes;
     std::set<std::string> backingUp;
     DetectedCardList list{volumes.factory(),

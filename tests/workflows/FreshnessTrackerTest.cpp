@@ -15,9 +15,6 @@ namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::TempDir;
-using test::waitFor;
 
 FileDiff difference(const std::string& path, FileDiff::Kind kind) {
     return FileDiff{path, path, kind};
@@ -25,7 +22,7 @@ FileDiff difference(const std::string& path, FileDiff::Kind kind) {
 
 class FreshnessTrackerTest : public ::testing::Test {
 protected:
-    FreshnessTrackerTest() { startApplication(); }
+    FreshnessTrackerTest() { test::startApplication(); }
 
     // Each comparison answers with the next of results (the last one once they run out); the first
     // one waits, past its last look at the token, while holdFirst is set.
@@ -42,7 +39,7 @@ protected:
         return value ? value->label() : "";
     }
 
-    TempDir temp;
+    test::TempDir temp;
     test::FakeVolumes volumes;
     const SDCard card = volumes.addCard(temp / "volumes/CARD", "76FA-7D45-0000-0001");
     const fs::path base = temp / "backups";
@@ -72,10 +69,10 @@ TEST_F(FreshnessTrackerTest, ChangesDuringAComparisonAskForExactlyOneMore) {
         tracker.refresh(card, base);
     });
     tracker.refresh(card, base);
-    ASSERT_TRUE(waitFor([&] { return freshness() == "CHECKING"; }));
+    ASSERT_TRUE(test::waitFor([&] { return freshness() == "CHECKING"; }));
     for (int change = 0; change < 3; ++change) tracker.refresh(card, base);
     holdFirst = false;
-    ASSERT_TRUE(waitFor([&] { return freshness() == "UP TO DATE"; }, 10s)) << freshness();
+    ASSERT_TRUE(test::waitFor([&] { return freshness() == "UP TO DATE"; }, 10s)) << freshness();
     EXPECT_EQ(wanted, 1);
     EXPECT_EQ(comparisons, 2);
 }
@@ -85,10 +82,10 @@ TEST_F(FreshnessTrackerTest, ACardPulledWhileItWasComparedKeepsNoResult) {
     QObject::connect(&tracker, &FreshnessTracker::comparisonWanted, [&] { ++wanted; });
     volumes.answerOnly(1);  // the look-up before the comparison finds the card, the one after does not
     tracker.refresh(card, base);
-    ASSERT_TRUE(waitFor([&] { return freshness() == "CHECKING"; }));
+    ASSERT_TRUE(test::waitFor([&] { return freshness() == "CHECKING"; }));
     tracker.refresh(card, base);  // so that the end of the first comparison is told
     holdFirst = false;
-    ASSERT_TRUE(waitFor([&] { return wanted == 1; }, 10s));
+    ASSERT_TRUE(test::waitFor([&] { return wanted == 1; }, 10s));
     EXPECT_EQ(freshness(), "CHECKING");
     EXPECT_TRUE(tracker.quickDiffs(card.diskUtilUUID).empty());
 }
@@ -103,7 +100,7 @@ TEST_F(FreshnessTrackerTest, TheDiffSummaryCountsTheDifferencesOfEachTopLevelFol
     tracker.requestDiffSummary(card.diskUtilUUID);
     EXPECT_EQ(tracker.diffLoadingVariant(), QStringList{QString::fromStdString(card.diskUtilUUID)});
     tracker.refresh(card, base);
-    ASSERT_TRUE(waitFor([&] { return tracker.diffSummary(card.diskUtilUUID).has_value(); }, 10s));
+    ASSERT_TRUE(test::waitFor([&] { return tracker.diffSummary(card.diskUtilUUID).has_value(); }, 10s));
 
     const std::vector<FolderDiff> expected = {{"", 1, 0, 0}, {"Samples", 0, 0, 1}, {"Songs", 1, 1, 0}};
     EXPECT_EQ(tracker.diffSummary(card.diskUtilUUID)->folders, expected);

@@ -11,14 +11,12 @@
 namespace tapekeep {
 namespace {
 using namespace std::chrono_literals;
-using test::startApplication;
-using test::waitFor;
 
 const std::string card = "76FA-7D45-0000-0001";
 
 class RunOutputCoalescerTest : public ::testing::Test {
 protected:
-    RunOutputCoalescerTest() { startApplication(); }
+    RunOutputCoalescerTest() { test::startApplication(); }
 
     template <typename Signal>
     std::shared_ptr<int> countEmissions(Signal signal) {
@@ -54,7 +52,7 @@ TEST_F(RunOutputCoalescerTest, AFloodOfLinesChangesEachPropertyAtMostOncePerFlus
         if (lines % 50 == 0) QCoreApplication::processEvents();
     }
     const auto flushes = std::chrono::duration<double>(std::chrono::steady_clock::now() - start) / 50ms;
-    ASSERT_TRUE(waitFor([&] { return output.log(card).size() == static_cast<std::size_t>(lines); }));
+    ASSERT_TRUE(test::waitFor([&] { return output.log(card).size() == static_cast<std::size_t>(lines); }));
 
     EXPECT_GE(*counts[1], 2);  // the progress did move, more than once
     for (const auto& count : counts) EXPECT_LE(*count, flushes + 2);
@@ -69,7 +67,7 @@ TEST_F(RunOutputCoalescerTest, LinesFromTheRunsThreadArriveWholeAndInOrder) {
     std::thread run([&] {
         for (const auto& line : sent) output.receiveLine(card, line);
     });
-    const bool arrived = waitFor([&] { return output.log(card).size() >= sent.size(); });
+    const bool arrived = test::waitFor([&] { return output.log(card).size() >= sent.size(); });
     run.join();
     ASSERT_TRUE(arrived);
     EXPECT_EQ(output.log(card), sent);
