@@ -4,7 +4,7 @@
 
 #include "core/Cancelled.h"
 #include "core/Uuid.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -163,38 +163,36 @@ std::optional<fs::path> BackupOptionsSheet::takeDestinationOverride(const std::s
 }
 
 QVariantMap BackupOptionsSheet::foldersVariant() const {
-    return toVariantMap(folders_.all(), [](const std::vector<FolderSelection>& folders) {
-        QVariantList list;
-        for (const auto& folder : folders)
-            list.push_back(QVariantMap{{"id", toQString(folder.id)},
-                                       {"name", toQString(folder.name)},
-                                       {"selected", folder.selected},
-                                       {"size", folder.size ? QVariant(qint64(*folder.size)) : QVariant()},
-                                       {"locked", folder.locked}});
-        return list;
+    return QmlValues::mapOf(folders_.all(), [](const std::vector<FolderSelection>& folders) {
+        return QmlValues::listOf(folders, [](const FolderSelection& folder) {
+            return QVariantMap{{"id", QmlValues::text(folder.id)},
+                               {"name", QmlValues::text(folder.name)},
+                               {"selected", folder.selected},
+                               {"size", QmlValues::optionalNumber(folder.size)},
+                               {"locked", folder.locked}};
+        });
     });
 }
 
 QVariantMap BackupOptionsSheet::songsVariant() const {
-    return toVariantMap(songs_.all(), [](const std::vector<SongItem>& songs) {
-        QVariantList list;
-        for (const auto& song : songs)
-            list.push_back(QVariantMap{{"id", toQString(song.id)},
-                                       {"name", toQString(song.name)},
-                                       {"relativePath", toQString(song.relativePath)},
-                                       {"selected", song.selected},
-                                       {"sampleCount", static_cast<int>(song.samplePaths.size())}});
-        return list;
+    return QmlValues::mapOf(songs_.all(), [](const std::vector<SongItem>& songs) {
+        return QmlValues::listOf(songs, [](const SongItem& song) {
+            return QVariantMap{{"id", QmlValues::text(song.id)},
+                               {"name", QmlValues::text(song.name)},
+                               {"relativePath", QmlValues::text(song.relativePath)},
+                               {"selected", song.selected},
+                               {"sampleCount", static_cast<int>(song.samplePaths.size())}};
+        });
     });
 }
 
 QStringList BackupOptionsSheet::sizesLoadedVariant() const {
-    return toStringList(sizesLoaded_.all());
+    return QmlValues::textList(sizesLoaded_.all());
 }
 
 QVariantMap BackupOptionsSheet::destinationOverrideVariant() const {
-    return toVariantMap(destinationOverride_.all(),
-                        [](const fs::path& path) { return toQString(path.string()); });
+    return QmlValues::mapOf(destinationOverride_.all(),
+                            [](const fs::path& path) { return QmlValues::text(path.string()); });
 }
 
 }  // namespace tapekeep

@@ -9,8 +9,8 @@
 #include "core/Error.h"
 #include "workflows/CardEjector.h"
 #include "workflows/CardStateTable.h"
+#include "workflows/QmlValues.h"
 #include "workflows/RunOutputCoalescer.h"
-#include "workflows/VariantMaps.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -219,8 +219,8 @@ std::optional<BackupOutcome> BackupRunner::lastOutcome(const std::string& uuid) 
 }
 
 QVariantMap BackupRunner::startTimeVariant() const {
-    return toVariantMap(cardStartTime_.all(),
-                        [](Clock::time_point time) { return toEpochMilliseconds(time); });
+    return QmlValues::mapOf(cardStartTime_.all(),
+                            [](Clock::time_point time) { return QmlValues::epochMilliseconds(time); });
 }
 
 }  // namespace tapekeep

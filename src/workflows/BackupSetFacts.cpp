@@ -5,7 +5,7 @@
 #include "backup/BackupRepository.h"
 #include "core/BackupSet.h"
 #include "core/Log.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -72,14 +72,15 @@ void BackupSetFacts::load(const SDCard& card, const fs::path& store) {
 }
 
 QVariantMap BackupSetFacts::infoVariant() const {
-    return toVariantMap(info_.all(), [](const BackupInfo& info) {
+    return QmlValues::mapOf(info_.all(), [](const BackupInfo& info) {
         return QVariantMap{{"versions", info.versions},
-                           {"totalSize", info.totalSize ? QVariant(qint64(*info.totalSize)) : QVariant()}};
+                           {"totalSize", QmlValues::optionalNumber(info.totalSize)}};
     });
 }
 
 QVariantMap BackupSetFacts::latestNotesVariant() const {
-    return toVariantMap(latestNotes_.all(), [](const std::string& note) { return toQString(note); });
+    return QmlValues::mapOf(latestNotes_.all(),
+                            [](const std::string& note) { return QmlValues::text(note); });
 }
 
 }  // namespace tapekeep

@@ -8,7 +8,7 @@
 #include "platform/VolumeEjector.h"
 #include "workflows/BackupRequestFactory.h"
 #include "workflows/BackupVolumeCheck.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -356,7 +356,7 @@ QVariantMap BackupViewModel::cardContentLabelVariant() const {
     QVariantMap result;
     for (const auto& card : cards_.cards())
         if (auto label = content_.label(card.diskUtilUUID))
-            result.insert(toQString(card.diskUtilUUID), toQString(*label));
+            result.insert(QmlValues::text(card.diskUtilUUID), QmlValues::text(*label));
     return result;
 }
 

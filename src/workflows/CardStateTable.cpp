@@ -1,15 +1,15 @@
 #include "workflows/CardStateTable.h"
 
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 
 QVariantMap CardStateTable::variant() const {
-    return toVariantMap(states_.all(), [](const CardState& state) {
+    return QmlValues::mapOf(states_.all(), [](const CardState& state) {
         return QVariantMap{{"state", CardState::rawValue(state.kind)},
-                           {"message", toQString(state.message)},
-                           {"start", toEpochMilliseconds(state.start)},
-                           {"end", toEpochMilliseconds(state.end)}};
+                           {"message", QmlValues::text(state.message)},
+                           {"start", QmlValues::epochMilliseconds(state.start)},
+                           {"end", QmlValues::epochMilliseconds(state.end)}};
     });
 }
 

@@ -3,17 +3,16 @@
 #include "content/M8ContentScanner.h"
 #include "core/Cancelled.h"
 #include "workflows/BackupVolumeCheck.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 
 namespace {
 
 QVariantList countsVariant(const ContentCounts& counts) {
-    QVariantList list;
-    for (const auto& count : counts)
-        list.push_back(QVariantMap{{"label", toQString(count.label)}, {"count", count.count}});
-    return list;
+    return QmlValues::listOf(counts, [](const ContentCount& count) {
+        return QVariantMap{{"label", QmlValues::text(count.label)}, {"count", count.count}};
+    });
 }
 
 }  // namespace
@@ -80,11 +79,11 @@ std::optional<std::string> ContentSummaries::label(const std::string& uuid) cons
 }
 
 QVariantMap ContentSummaries::summaryVariant() const {
-    return toVariantMap(cardContentSummary_.all(), countsVariant);
+    return QmlValues::mapOf(cardContentSummary_.all(), countsVariant);
 }
 
 QVariantMap ContentSummaries::scanProgressVariant() const {
-    return toVariantMap(cardContentScanProgress_.all(), countsVariant);
+    return QmlValues::mapOf(cardContentScanProgress_.all(), countsVariant);
 }
 
 }  // namespace tapekeep

@@ -4,7 +4,7 @@
 
 #include "core/Cancelled.h"
 #include "core/Uuid.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 
@@ -93,16 +93,11 @@ const SDCard* DetectedCardList::find(const std::string& uuid) const {
 }
 
 QVariantList DetectedCardList::cardsVariant() const {
-    QVariantList list;
-    for (const auto& card : detectedCards_)
-        list.push_back(QVariantMap{{"volumeName", toQString(card.volumeName)},
-                                   {"uuid", toQString(card.diskUtilUUID)},
-                                   {"mountPath", toQString(card.mountPath.string())}});
-    return list;
+    return QmlValues::listOf(detectedCards_, QmlValues::card);
 }
 
 QString DetectedCardList::scanErrorText() const {
-    return scanError_ ? toQString(*scanError_) : QString();
+    return scanError_ ? QmlValues::text(*scanError_) : QString();
 }
 
 QVariantMap DetectedCardList::scannerStatusVariant() const {

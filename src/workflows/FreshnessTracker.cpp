@@ -3,7 +3,7 @@
 #include "core/Cancelled.h"
 #include "core/Uuid.h"
 #include "workflows/BackupVolumeCheck.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
@@ -110,24 +110,24 @@ std::vector<FileDiff> FreshnessTracker::quickDiffs(const std::string& uuid) cons
 }
 
 QVariantMap FreshnessTracker::freshnessVariant() const {
-    return toVariantMap(cardFreshness_.all(),
-                        [](const BackupFreshness& freshness) { return toQString(freshness.label()); });
+    return QmlValues::mapOf(cardFreshness_.all(), [](const BackupFreshness& freshness) {
+        return QmlValues::text(freshness.label());
+    });
 }
 
 QVariantMap FreshnessTracker::diffSummaryVariant() const {
-    return toVariantMap(cardDiffSummary_.all(), [](const DiffSummary& summary) {
-        QVariantList list;
-        for (const auto& folder : summary.folders)
-            list.push_back(QVariantMap{{"name", toQString(folder.name)},
-                                       {"added", folder.added},
-                                       {"modified", folder.modified},
-                                       {"deleted", folder.deleted}});
-        return list;
+    return QmlValues::mapOf(cardDiffSummary_.all(), [](const DiffSummary& summary) {
+        return QmlValues::listOf(summary.folders, [](const FolderDiff& folder) {
+            return QVariantMap{{"name", QmlValues::text(folder.name)},
+                               {"added", folder.added},
+                               {"modified", folder.modified},
+                               {"deleted", folder.deleted}};
+        });
     });
 }
 
 QStringList FreshnessTracker::diffLoadingVariant() const {
-    return toStringList(cardDiffLoading_.all());
+    return QmlValues::textList(cardDiffLoading_.all());
 }
 
 }  // namespace tapekeep

@@ -4,7 +4,7 @@
 #include <QTimer>
 
 #include "backup/ProgressLineParser.h"
-#include "workflows/VariantMaps.h"
+#include "workflows/QmlValues.h"
 
 namespace tapekeep {
 
@@ -105,19 +105,16 @@ void RunOutputCoalescer::appendLog(const std::string& uuid, const std::string& l
 }
 
 QVariantMap RunOutputCoalescer::logsVariant() const {
-    return toVariantMap(logs_.all(), [](const std::vector<std::string>& lines) {
-        QStringList list;
-        for (const auto& line : lines) list.push_back(toQString(line));
-        return list;
-    });
+    return QmlValues::mapOf(logs_.all(),
+                            [](const std::vector<std::string>& lines) { return QmlValues::textList(lines); });
 }
 
 QVariantMap RunOutputCoalescer::progressVariant() const {
-    return toVariantMap(progress_.all(), [](double value) { return value; });
+    return QmlValues::mapOf(progress_.all(), [](double value) { return value; });
 }
 
 QVariantMap RunOutputCoalescer::filesRemainingVariant() const {
-    return toVariantMap(filesRemaining_.all(), [](std::int64_t value) { return qint64(value); });
+    return QmlValues::mapOf(filesRemaining_.all(), [](std::int64_t value) { return qint64(value); });
 }
 
 }  // namespace tapekeep
