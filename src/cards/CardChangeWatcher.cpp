@@ -12,15 +12,6 @@ namespace {
 
 constexpr std::array<std::string_view, 3> ignoredNames{".Spotlight-V100", ".fseventsd", ".Trashes"};
 
-std::string canonicalRoot(const std::filesystem::path& root) {
-    std::error_code error;
-    std::filesystem::path resolved = std::filesystem::canonical(root, error);
-    if (error) resolved = std::filesystem::absolute(root, error).lexically_normal();
-    std::string text = resolved.string();
-    while (text.size() > 1 && text.ends_with('/')) text.pop_back();
-    return text;
-}
-
 // The rate rule. Held by the tree watcher's handler; touched only on the watcher's thread, where every
 // report and the trailing task run one at a time. Once the watcher stops, neither runs again.
 class Sink : public std::enable_shared_from_this<Sink> {
@@ -69,9 +60,18 @@ private:
 
 }  // namespace
 
+std::string CardChangeWatcher::resolvedRoot(const std::filesystem::path& root) {
+    std::error_code error;
+    std::filesystem::path resolved = std::filesystem::canonical(root, error);
+    if (error) resolved = std::filesystem::absolute(root, error).lexically_normal();
+    std::string text = resolved.string();
+    while (text.size() > 1 && text.ends_with('/')) text.pop_back();
+    return text;
+}
+
 CardChangeWatcher::CardChangeWatcher(std::string cardID, const std::filesystem::path& root,
                                      ChangeHandler onChange, Timing timing)
-    : cardID_(std::move(cardID)), rootPath_(canonicalRoot(root)) {
+    : cardID_(std::move(cardID)), rootPath_(resolvedRoot(root)) {
     try {
         auto stream =
             std::make_unique<TreeWatcher>(rootPath_, TreeWatcher::Options{timing.latency, queueLabel});

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] const std::string& cardID() const { return cardID_; }
     // The root with symbolic links resolved, or only normalised where that fails; no trailing "/".
     [[nodiscard]] const std::string& rootPath() const { return rootPath_; }
+    // What rootPath() is for a watcher of root: a watcher of the same card there would watch the same.
+    static std::string resolvedRoot(const std::filesystem::path& root);
     [[nodiscard]] bool isWatching() const { return stream_ != nullptr; }
 
     // False only for a path inside the root whose first component below it is a housekeeping folder.

@@ -5,6 +5,7 @@
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
+#include "workflows/FolderDiff.h"
 
 namespace tapekeep {
 
@@ -21,21 +22,9 @@ CardComparison CardComparison::compare(const SDCard& card, const std::filesystem
     if (!current || !baseline) throw Cancelled();
     CardComparison result{BackupFreshness::upToDate(), M8ContentScanner::quickDiff(*current, *baseline)};
     if (result.differences.empty()) return result;
-    int added = 0, modified = 0, deleted = 0;
-    for (const auto& difference : result.differences) {
-        switch (difference.kind) {
-            case FileDiff::Kind::added:
-                ++added;
-                break;
-            case FileDiff::Kind::modified:
-                ++modified;
-                break;
-            case FileDiff::Kind::deleted:
-                ++deleted;
-                break;
-        }
-    }
-    result.freshness = BackupFreshness::changes(added, modified, deleted);
+    FolderDiff total;
+    for (const auto& difference : result.differences) total.count(difference.kind);
+    result.freshness = BackupFreshness::changes(total.added, total.modified, total.deleted);
     return result;
 }
 

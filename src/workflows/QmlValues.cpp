@@ -2,6 +2,8 @@
 
 #include <QVariantList>
 
+#include <chrono>
+
 namespace tapekeep::QmlValues {
 
 QString text(const std::string& value) {
@@ -10,6 +12,14 @@ QString text(const std::string& value) {
 
 QVariant optionalText(const std::optional<std::string>& value) {
     return value ? QVariant(text(*value)) : QVariant();
+}
+
+QVariant optionalNumber(const std::optional<std::int64_t>& value) {
+    return value ? QVariant(qint64(*value)) : QVariant();
+}
+
+qint64 epochMilliseconds(Clock::time_point time) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
 }
 
 QVariantMap card(const SDCard& card) {

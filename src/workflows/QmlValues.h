@@ -6,6 +6,8 @@
 #include <QVariantList>
 #include <QVariantMap>
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "core/BackupVersion.h"
 #include "core/FileDiff.h"
 #include "core/SDCard.h"
+#include "core/Timestamp.h"
 
 // The records that several controllers show, in the one shape QML reads them in. Any thread.
 namespace tapekeep::QmlValues {
@@ -35,6 +38,18 @@ QVariantList listOf(const Items& items, Convert convert) {
     for (const auto& item : items) list.push_back(convert(item));
     return list;
 }
+
+// Each value as convert makes it, under its key: the per-card maps, keyed by the card's UUID.
+template <typename Value, typename Convert>
+QVariantMap mapOf(const std::map<std::string, Value>& values, Convert convert) {
+    QVariantMap map;
+    for (const auto& [key, value] : values) map.insert(text(key), convert(value));
+    return map;
+}
+
+// null when absent.
+QVariant optionalNumber(const std::optional<std::int64_t>& value);
+qint64 epochMilliseconds(Clock::time_point time);
 
 // {"volumeName", "uuid", "mountPath"}
 QVariantMap card(const SDCard& card);

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "EventLoop.h"
+#include "Printers.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
@@ -19,14 +20,6 @@
 #include "core/SettingsStore.h"
 
 namespace tapekeep {
-
-// Found by argument-dependent lookup, so that failures print the card.
-void PrintTo(const SDCard& card, std::ostream* out) {
-    *out << card.volumeName << " " << card.diskUtilUUID;
-}
-void PrintTo(const CardState& state, std::ostream* out) {
-    *out << CardState::rawValue(state.kind) << " \"" << state.message << "\"";
-}
 
 namespace {
 namespace fs = std::filesystem;
