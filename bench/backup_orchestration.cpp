@@ -149,7 +149,7 @@ int measure() {
             {"-an", "--stats", card.mountPath().string() + "/", (root / "warm").string() + "/"});
 
         // The order of the two sides alternates between rounds; the best of each side counts.
-        constexpr int rounds = 5;
+        constexpr int rounds = 9;
         for (int round = 0; round < rounds; ++round) {
             const fs::path store = root / ("store" + std::to_string(round));
             const fs::path bare = root / ("bare" + std::to_string(round));
