@@ -9,6 +9,7 @@
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
+#include "core/TestPause.h"
 #include "workflows/CardComparison.h"
 #include "workflows/ItemizedOutput.h"
 
@@ -180,6 +181,7 @@ fs::path UndoableRestore::undo(const SDCard& card, const fs::path& baseFolder, c
     const fs::path setRoot = setRootOf(card, baseFolder);
     const auto record = RestoreUndoRecord::read(setRoot);
     if (!record) throw RestoreUndoError::nothingToUndo();
+    TestPause::at("undo-checks", token);
     RestoreOperation::requireMounted(card, dependencies.validate, token);
     const fs::path safety = setRoot / record->safetyVersion;
     if (!BackupRepository::isRealDirectory(safety)) throw RestoreUndoError::safetyVersionGone(safety);

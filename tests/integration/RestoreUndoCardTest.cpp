@@ -173,5 +173,23 @@ TEST_F(RestoreUndoCardTest, AnUndoWhoseSafetyVersionIsGoneSaysSoAndLeavesTheCard
     EXPECT_EQ(treeOf(card()), after);
 }
 
+// The card is pulled after the undo chose it and before it looked at the card.
+TEST_F(RestoreUndoCardTest, AnUndoOfAPulledCardSaysSoAndKeepsTheRestoreUndoable) {
+    changeCardSinceTheVersion();
+    ASSERT_EQ(restore().status, 0);
+    const fs::path marker = temp_ / "held";
+    const auto run = startHeldAt("undo-checks", marker, {"--json", "restore", "M8CARD", "--undo"});
+    ASSERT_TRUE(fs::exists(marker)) << run->err();
+    card_->unmount();
+    fs::remove(marker);
+    EXPECT_EQ(run->wait(), 1) << run->err();
+    EXPECT_EQ(run->lastErrorLine(), "Target volume is no longer mounted. Was the device disconnected?");
+
+    card_->mount();
+    const auto undone = undo();
+    EXPECT_EQ(undone.status, 0) << undone.err;
+    EXPECT_EQ(readFile(card() / "Samples/pad.wav"), "pad edited on the device, not yet backed up");
+}
+
 }  // namespace
 }  // namespace tapekeep
