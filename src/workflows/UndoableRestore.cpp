@@ -90,7 +90,9 @@ bool sameContent(const fs::path& a, const fs::path& b) {
     return first.eof() && second.eof();
 }
 
-// The files the restore replaced, back as the safety version has them, whatever their times.
+// The files the restore replaced, back as the safety version has them, whatever their times and
+// whatever happened to them since: that is what undoing the restore means, and the version the
+// restore wrote them from still holds what it wrote.
 void putBackChanged(const SDCard& card, const fs::path& safetyVersion, const std::vector<std::string>& paths,
                     const std::string& rsyncPath, const RestoreOperation::LineHandler& onLine,
                     const RestoreOperation::Dependencies& dependencies, std::stop_token token) {
@@ -132,6 +134,10 @@ void removeAdded(const SDCard& card, const RestoreUndoRecord& record, const fs::
         const fs::path onCard = card.mountPath / path;
         std::error_code error;
         if (!fs::is_regular_file(fs::symlink_status(onCard, error))) continue;  // already gone
+        if (!fs::exists(record.restoredVersion / path, error)) {
+            onLine("Kept " + path + ": the restored version is gone, so a later change cannot be ruled out.");
+            continue;
+        }
         if (!sameContent(onCard, record.restoredVersion / path)) {
             onLine("Kept " + path + ": it is no longer what the restore wrote.");
             continue;
