@@ -197,6 +197,10 @@ QString AppSettings::verifyMismatchActionRaw() const {
 bool AppSettings::notifyOnFailure() const {
     return readBool(SettingsKeys::notifyOnFailure);
 }
+
+bool AppSettings::backupBeforeRestore() const {
+    return readBool(SettingsKeys::backupBeforeRestore);
+}
 double AppSettings::prereleaseBannerDismissedAt() const {
     return readDouble(SettingsKeys::prereleaseBannerDismissedAt);
 }
@@ -291,6 +295,10 @@ void AppSettings::setAutoEjectOnCompletion(bool value) {
 void AppSettings::setVerifyMismatchActionRaw(const QString& value) {
     write(SettingsKeys::verifyMismatchActionRaw, value.toStdString(),
           &AppSettings::verifyMismatchActionRawChanged);
+}
+
+void AppSettings::setBackupBeforeRestore(bool value) {
+    write(SettingsKeys::backupBeforeRestore, value, &AppSettings::backupBeforeRestoreChanged);
 }
 
 void AppSettings::setNotifyOnFailure(bool value) {

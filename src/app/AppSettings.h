@@ -61,6 +61,8 @@ class AppSettings : public QObject {
                    NOTIFY verifyMismatchActionRawChanged)
     Q_PROPERTY(
         bool notifyOnFailure READ notifyOnFailure WRITE setNotifyOnFailure NOTIFY notifyOnFailureChanged)
+    Q_PROPERTY(bool backupBeforeRestore READ backupBeforeRestore WRITE setBackupBeforeRestore NOTIFY
+                   backupBeforeRestoreChanged)
     Q_PROPERTY(double prereleaseBannerDismissedAt READ prereleaseBannerDismissedAt WRITE
                    setPrereleaseBannerDismissedAt NOTIFY prereleaseBannerDismissedAtChanged)
     Q_PROPERTY(double prereleaseBannerLastShownAt READ prereleaseBannerLastShownAt WRITE
@@ -99,6 +101,7 @@ public:
     [[nodiscard]] bool autoEjectOnCompletion() const;
     [[nodiscard]] QString verifyMismatchActionRaw() const;
     [[nodiscard]] bool notifyOnFailure() const;
+    [[nodiscard]] bool backupBeforeRestore() const;
     [[nodiscard]] double prereleaseBannerDismissedAt() const;
     [[nodiscard]] double prereleaseBannerLastShownAt() const;
 
@@ -125,6 +128,7 @@ public:
     void setAutoEjectOnCompletion(bool value);
     void setVerifyMismatchActionRaw(const QString& value);
     void setNotifyOnFailure(bool value);
+    void setBackupBeforeRestore(bool value);
     void setPrereleaseBannerDismissedAt(double value);
     void setPrereleaseBannerLastShownAt(double value);
 
@@ -178,6 +182,7 @@ Q_SIGNALS:
     void autoEjectOnCompletionChanged();
     void verifyMismatchActionRawChanged();
     void notifyOnFailureChanged();
+    void backupBeforeRestoreChanged();
     void prereleaseBannerDismissedAtChanged();
     void prereleaseBannerLastShownAtChanged();
 

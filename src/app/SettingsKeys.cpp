@@ -50,6 +50,8 @@ std::vector<Definition> makeTable() {
         boolean(autoEjectOnCompletion, false),
         oneOf(verifyMismatchActionRaw, "flag", {"retry", "flag", "abort"}),
         boolean(notifyOnFailure, true),
+        // A restore backs the card up first, so that it can be undone: rsync -u leaves no way back.
+        boolean(backupBeforeRestore, true),
         number(prereleaseBannerDismissedAt, 0.0),
         number(prereleaseBannerLastShownAt, 0.0),
     };

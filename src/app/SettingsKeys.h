@@ -55,6 +55,7 @@ inline constexpr const char* launchOnLogin = "launchOnLogin";
 inline constexpr const char* autoEjectOnCompletion = "autoEjectOnCompletion";
 inline constexpr const char* verifyMismatchActionRaw = "verifyMismatchActionRaw";
 inline constexpr const char* notifyOnFailure = "notifyOnFailure";
+inline constexpr const char* backupBeforeRestore = "backupBeforeRestore";
 // The pre-release banner's own two numbers (seconds since 1970); nothing else reads them.
 inline constexpr const char* prereleaseBannerDismissedAt = "prereleaseBannerDismissedAt";
 inline constexpr const char* prereleaseBannerLastShownAt = "prereleaseBannerLastShownAt";

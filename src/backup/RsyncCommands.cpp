@@ -183,6 +183,15 @@ Arguments restoreFromListArguments(const fs::path& source, const fs::path& desti
         .betweenFolders(source, destination);
 }
 
+Arguments undoRestoreArguments(const fs::path& safetyVersion, const fs::path& destination,
+                               const fs::path& listPath) {
+    return ArgumentList{"-avh", "--progress", "--stats", "--checksum"}
+        .fatAttributes()
+        .excludes()
+        .fileList(listPath)
+        .betweenFolders(safetyVersion, destination);
+}
+
 Arguments restorePreviewArguments(const fs::path& source, const fs::path& destination,
                                   const std::optional<Folders>& folders) {
     ArgumentList arguments{"-aniuc", "--itemize-changes", itemizedFormat};

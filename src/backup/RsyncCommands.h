@@ -74,6 +74,14 @@ Arguments restoreFromListArguments(const std::filesystem::path& source,
                                    const std::filesystem::path& destination,
                                    const std::filesystem::path& listPath);
 
+// Listed files of a safety version back to the card, to undo a restore: -avh --progress --stats
+// --checksum F E --recursive --from0 --files-from. No -u: the files the restore replaced are put back
+// even where the card's copy is newer, and --checksum rather than the times decides, since the
+// restore may have left a replaced file with the same size and time as the safety copy.
+Arguments undoRestoreArguments(const std::filesystem::path& safetyVersion,
+                               const std::filesystem::path& destination,
+                               const std::filesystem::path& listPath);
+
 // What a restore would touch: -aniuc --itemize-changes --out-format=%i<TAB>%n F E, then with folders
 // their includes and --exclude=*; without folders, the whole version.
 Arguments restorePreviewArguments(const std::filesystem::path& source,

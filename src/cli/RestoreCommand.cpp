@@ -86,42 +86,77 @@ int preview(CliContext& context, RestoreViewModel& restore) {
     const auto& rows = *restore.diffResult();
     if (!context.json()) {
         DifferenceListing::print(context.out(), rows);
+        if (restore.safetyBackupPlanned()) context.out() << "The card will be backed up first.\n";
         return ExitCode::done;
     }
     auto list = nlohmann::json::array();
     for (const auto& row : rows) list.push_back({{"path", row.path}, {"kind", FileDiff::rawValue(row.kind)}});
-    context.out() << Output::jsonText({{"rows", list}}) << '\n';
+    // "safetyBackup": whether the restore would first back the card up (setting backupBeforeRestore).
+    context.out() << Output::jsonText({{"rows", list}, {"safetyBackup", restore.safetyBackupPlanned()}})
+                  << '\n';
     return ExitCode::done;
 }
 
-int restoreNow(CliContext& context, RestoreViewModel& restore) {
+// Starts a restore or an undo and follows it to its end, its log on standard error. Nothing when it
+// succeeded; the exit code otherwise, its error printed last.
+std::optional<int> runToEnd(CliContext& context, RestoreViewModel& restore,
+                            const std::function<void()>& start) {
     std::size_t printed = 0;
     auto printLog = [&] {
         for (; printed < restore.logLines().size(); ++printed)
             context.err() << Output::plainText(restore.logLines()[printed]) << '\n';
     };
     QObject::connect(&restore, &RestoreViewModel::logLinesChanged, printLog);
-    restore.startRestore();
+    start();
     runEventsUntil([&] { return restore.step().kind == RestoreStep::Kind::done && !restore.isRestoring(); },
                    [&] { restore.cancelRestore(); });
     printLog();
     const RestoreStep& result = restore.step();
-    if (result.error) {
-        context.err() << Output::plainText(*result.error) << '\n';
-        return result.isCancelled() ? ExitCode::cancelled : ExitCode::failed;
-    }
+    if (!result.error) return std::nullopt;
+    context.err() << Output::plainText(*result.error) << '\n';
+    return result.isCancelled() ? ExitCode::cancelled : ExitCode::failed;
+}
+
+nlohmann::json pathOrNull(const std::optional<fs::path>& path) {
+    return path ? nlohmann::json(path->string()) : nlohmann::json(nullptr);
+}
+
+int restoreNow(CliContext& context, RestoreViewModel& restore) {
+    if (auto failed = runToEnd(context, restore, [&] { restore.startRestore(); })) return *failed;
     if (context.json())
-        context.out() << Output::jsonText(
-                             {{"restored", true}, {"safetyVersion", nullptr}, {"warning", nullptr}})
+        context.out() << Output::jsonText({{"restored", true},
+                                           {"safetyVersion", pathOrNull(restore.safetyVersion())},
+                                           {"warning", nullptr}})
                       << '\n';
     else
         context.out() << "Restored.\n";
     return ExitCode::done;
 }
 
+int undo(CliContext& context, const std::string& cardName) {
+    RestoreViewModel::Dependencies dependencies;
+    dependencies.makeScanner = [&context] { return context.makeScanner(); };
+    dependencies.baseFolderOverride = context.baseFolder();
+    dependencies.rsyncPathOverride = context.rsyncPath();
+    RestoreViewModel restore(context.settings(), std::move(dependencies));
+    restore.loadTargets();
+    waitFor([&] { return !restore.isLoadingTargets(); });
+    restore.selectTarget(CliContext::pickCard(restore.availableTargets(), cardName));
+    if (auto failed = runToEnd(context, restore, [&] { restore.undoLastRestore(); })) return *failed;
+    if (context.json())
+        context.out() << Output::jsonText(
+                             {{"undone", true}, {"safetyVersion", pathOrNull(restore.safetyVersion())}})
+                      << '\n';
+    else
+        context.out() << "Undone: the card is back as "
+                      << Output::plainText(restore.safetyVersion()->string()) << " had it.\n";
+    return ExitCode::done;
+}
+
 }  // namespace
 
 int RestoreCommand::run(CliContext& context, Arguments arguments) {
+    if (arguments.takeFlag("--undo")) return undo(context, arguments.operands(1, 1, usage())[0]);
     const bool previewOnly = arguments.takeFlag("--preview");
     const auto folders = arguments.takeList("--folders");
     const auto songs = arguments.takeList("--songs");

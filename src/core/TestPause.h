@@ -12,7 +12,8 @@ namespace tapekeep::TestPause {
 // Steps: "staging-created", "estimate-pass" and "transfer-pass" (at rsync's first line), "renamed",
 // "latest-swap", "rotation"; "export-written" (an export's temporary file is complete, not yet
 // checked or published), "zip-entry" (a ZIP export has written its first file); and of a restore,
-// "restore-checks" (before the card and the version are looked at).
+// "restore-checks" (before the card and the version are looked at); and of an undo, "undo-checks"
+// (before the card is looked at).
 void at(std::string_view step);
 
 // The same, but a stop request also ends the wait, so that a test can cancel the work exactly at the

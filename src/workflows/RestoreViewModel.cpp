@@ -17,6 +17,8 @@
 #include "core/Log.h"
 #include "core/Uuid.h"
 #include "platform/VolumeEjector.h"
+#include "workflows/BackupRequestFactory.h"
+#include "workflows/BackupVolumeCheck.h"
 #include "workflows/QmlValues.h"
 #include "workflows/RestoreSelection.h"
 
@@ -42,6 +44,17 @@ QVariantMap setVariant(const BackupSet& set) {
 
 QVariant sizeVariant(const std::optional<std::int64_t>& size) {
     return size ? QVariant(static_cast<qint64>(*size)) : QVariant();
+}
+
+// A set that cannot be compared now will be backed up, or fail to be, at the start of the run.
+bool safetyBackupExpected(const SDCard& card, const fs::path& baseFolder, std::stop_token token) {
+    try {
+        return UndoableRestore::needsSafetyBackup(card, baseFolder, token);
+    } catch (const Cancelled&) {
+        throw;
+    } catch (const std::exception&) {
+        return true;
+    }
 }
 
 bool isHidden(const fs::path& path) {
@@ -423,10 +436,12 @@ void RestoreViewModel::loadPreview() {
     assign(isLoadingDiff_, true, &RestoreViewModel::isLoadingDiffChanged);
     RestoreOperation::Dependencies dependencies{dependencies_.runRsync, validator(), dependencies_.logStore};
     diffTask_ = tasks_.start([this, generation, request = requestForSelection(), dependencies,
+                              backupFirst = settings_.backupBeforeRestore(), base = baseFolder(),
                               poster = poster_](std::stop_token token) {
         PreviewOutcome outcome;
         try {
             outcome.rows = RestoreOperation::preview(request, dependencies, token);
+            outcome.safetyBackup = backupFirst && safetyBackupExpected(request.card, base, token);
         } catch (const Cancelled&) {
             return;  // a later preview, or the end of the wizard, replaced this one
         } catch (const std::exception& error) {
@@ -441,6 +456,7 @@ void RestoreViewModel::loadPreview() {
 void RestoreViewModel::applyPreview(const std::string& generation, PreviewOutcome outcome) {
     if (generation != diffGeneration_) return;
     diffTask_.reset();
+    assign(safetyBackupPlanned_, outcome.safetyBackup, &RestoreViewModel::safetyBackupPlannedChanged);
     if (!outcome.rows)
         assign(previewError_, std::optional(outcome.error), &RestoreViewModel::previewErrorChanged);
     replace(diffResult_, std::move(outcome.rows), &RestoreViewModel::diffResultChanged);
@@ -453,37 +469,87 @@ void RestoreViewModel::applyPreview(const std::string& generation, PreviewOutcom
 void RestoreViewModel::startRestore() {
     if (auto refusal = featureAccess_.refusal("restore")) return setStep(RestoreStep::failed(*refusal));
     if (!selectedTarget_ || !selectedVersion_ || restoreTask_) return;
-    const std::string uuid = selectedTarget_->diskUtilUUID;
-    if (uuid.empty()) return setStep(RestoreStep::failed(RestoreError::operationInProgress()));
     if (RestoreSelection::isEmpty(RestoreSelection::planFor(choice_)))
         return setStep(RestoreStep::failed("Nothing selected to restore."));
+    if (takeLease()) startRestoreTask(undoableRequest());
+}
+
+// The card's restore lease, held until completeRestore; on a refusal the step says why.
+bool RestoreViewModel::takeLease() {
+    const std::string uuid = selectedTarget_->diskUtilUUID;
+    std::optional<RestoreStep> refusal;
     try {
+        if (uuid.empty()) throw RestoreError::operationInProgress();  // no card can be held without one
         heldLease_ = OperationLock::shared().acquire(VolumeUUID{uuid}, OperationKind::restore);
     } catch (const OperationLockError&) {
-        return setStep(RestoreStep::failed(RestoreError::operationInProgress()));
+        refusal = RestoreStep::failed(RestoreError::operationInProgress());
+    } catch (const RestoreError& error) {
+        refusal = RestoreStep::failed(error);
     } catch (const std::exception& error) {
-        return setStep(RestoreStep::failed(describe(error)));
+        refusal = RestoreStep::failed(describe(error));
+    }
+    if (refusal) {
+        setStep(*refusal);
+        return false;
     }
     setStep(RestoreStep::at(RestoreStep::Kind::running));
     pendingLogLines_.clear();
     assign(logLines_, std::vector<std::string>{}, &RestoreViewModel::logLinesChanged);
-    startRestoreTask(requestForSelection());
+    assign(safetyVersion_, std::optional<fs::path>(), &RestoreViewModel::safetyVersionChanged);
+    return true;
 }
 
-void RestoreViewModel::startRestoreTask(const RestoreOperation::Request& request) {
-    RestoreOperation::Dependencies dependencies{dependencies_.runRsync, validator(), dependencies_.logStore};
-    auto work = [this, request, dependencies, poster = poster_](std::stop_token token) {
-        RestoreStep result = RestoreStep::succeeded();
+// The safety backup is built as the backup controller builds a whole-card run from the settings.
+UndoableRestore::Request RestoreViewModel::undoableRequest() const {
+    UndoableRestore::Request request{requestForSelection(), std::nullopt, baseFolder()};
+    if (!settings_.backupBeforeRestore()) return request;
+    request.safetyBackup = makeBackupRequest(*selectedTarget_, settings_, BackupChoice{}, baseFolder());
+    request.safetyBackup->rsyncPath = rsyncPath();
+    return request;
+}
+
+UndoableRestore::Dependencies RestoreViewModel::runDependencies() const {
+    return UndoableRestore::Dependencies{
+        RestoreOperation::Dependencies{dependencies_.runRsync, validator(), dependencies_.logStore},
+        makeVolumeValidator(dependencies_.makeScanner), dependencies_.environment};
+}
+
+void RestoreViewModel::startRestoreTask(const UndoableRestore::Request& request) {
+    startRunTask([this, request, dependencies = runDependencies()](std::stop_token token) {
+        RunResult result;
+        const auto outcome = UndoableRestore::run(
+            request, [this](const std::string& line) { receiveLine(line); }, dependencies, token);
+        if (outcome.failure) result.step = RestoreStep::failed(*outcome.failure);
+        result.safetyVersion = outcome.safetyVersion;
+        return result;
+    });
+}
+
+void RestoreViewModel::undoLastRestore() {
+    if (auto refusal = featureAccess_.refusal("restore")) return setStep(RestoreStep::failed(*refusal));
+    if (!selectedTarget_ || restoreTask_ || !takeLease()) return;
+    startRunTask([this, card = *selectedTarget_, base = baseFolder(), rsync = rsyncPath(),
+                  dependencies = runDependencies()](std::stop_token token) {
+        RunResult result;
+        result.safetyVersion = UndoableRestore::undo(
+            card, base, rsync, [this](const std::string& line) { receiveLine(line); }, dependencies.restore,
+            token);
+        return result;
+    });
+}
+
+// Runs a restore or an undo on a background task; whatever it throws ends the step as a failure.
+void RestoreViewModel::startRunTask(std::function<RunResult(std::stop_token)> run) {
+    auto work = [this, run = std::move(run), poster = poster_](std::stop_token token) {
+        RunResult result;
         try {
-            if (auto failure = RestoreOperation::run(
-                    request, [this](const std::string& line) { receiveLine(line); }, dependencies, token))
-                result = RestoreStep::failed(*failure);
+            result = run(token);
         } catch (const Cancelled&) {
-            result = RestoreStep::failed(RestoreError::cancelled());
+            result.step = RestoreStep::failed(RestoreError::cancelled());
         } catch (const RestoreError& error) {
-            result = RestoreStep::failed(error);
+            result.step = RestoreStep::failed(error);
         } catch (const std::exception& error) {
-            result = RestoreStep::failed(describe(error));
+            result.step = RestoreStep::failed(describe(error));
         }
         poster->post([this, result] { completeRestore(result); });
     };
@@ -494,13 +560,14 @@ void RestoreViewModel::startRestoreTask(const RestoreOperation::Request& request
 }
 
 // The last lines stand before the result, and the card is free again before anyone hears of it.
-void RestoreViewModel::completeRestore(const RestoreStep& result) {
+void RestoreViewModel::completeRestore(const RunResult& result) {
     drainInbox();
     flushOutput();
-    if (result.isCancelled()) appendLog("Restore cancelled by user.");
+    if (result.step.isCancelled()) appendLog("Restore cancelled by user.");
     if (heldLease_) OperationLock::shared().release(*heldLease_);
     heldLease_.reset();
-    setStep(result);
+    assign(safetyVersion_, result.safetyVersion, &RestoreViewModel::safetyVersionChanged);
+    setStep(result.step);
 }
 
 void RestoreViewModel::cancelRestore() {
@@ -691,6 +758,10 @@ QVariant RestoreViewModel::diffResultVariant() const {
 
 QVariant RestoreViewModel::previewErrorVariant() const {
     return optionalText(previewError_);
+}
+
+QVariant RestoreViewModel::safetyVersionVariant() const {
+    return safetyVersion_ ? QVariant(text(safetyVersion_->string())) : QVariant();
 }
 
 QVariantMap RestoreViewModel::versionSizesVariant() const {

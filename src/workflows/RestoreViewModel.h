@@ -31,6 +31,7 @@
 #include "workflows/RestoreChoice.h"
 #include "workflows/RestoreOperation.h"
 #include "workflows/RestoreStep.h"
+#include "workflows/UndoableRestore.h"
 
 namespace tapekeep {
 
@@ -69,6 +70,8 @@ class RestoreViewModel : public QObject {
     Q_PROPERTY(QVariant diffResult READ diffResultVariant NOTIFY diffResultChanged)
     Q_PROPERTY(bool isLoadingDiff READ isLoadingDiff NOTIFY isLoadingDiffChanged)
     Q_PROPERTY(QVariant previewError READ previewErrorVariant NOTIFY previewErrorChanged)
+    Q_PROPERTY(bool safetyBackupPlanned READ safetyBackupPlanned NOTIFY safetyBackupPlannedChanged)
+    Q_PROPERTY(QVariant safetyVersion READ safetyVersionVariant NOTIFY safetyVersionChanged)
     Q_PROPERTY(QVariantMap versionSizes READ versionSizesVariant NOTIFY versionSizesChanged)
     Q_PROPERTY(bool isLoadingVersionSizes READ isLoadingVersionSizes NOTIFY isLoadingVersionSizesChanged)
 
@@ -84,6 +87,7 @@ public:
         std::optional<std::filesystem::path> baseFolderOverride;  // a front end's --base
         std::optional<std::string> rsyncPathOverride;             // a front end's --rsync
         std::chrono::milliseconds flushDelay{250};
+        BackupOperation::Environment environment = BackupOperation::Environment::system();  // safety backups
     };
 
     RestoreViewModel(AppSettings& settings, Dependencies dependencies, QObject* parent = nullptr);
@@ -99,6 +103,9 @@ public:
     Q_INVOKABLE void cancelRestore();
     void saveNote(const BackupVersion& version, const std::string& text);
     Q_INVOKABLE void ejectTarget();
+    // Undoes the selected target's last restore from its safety version, under the card's restore
+    // lease; the step goes to running and then done, as a restore's does.
+    Q_INVOKABLE void undoLastRestore();
 
     // The choice of content.
     void setRestoreMode(RestoreMode mode);
@@ -136,6 +143,11 @@ public:
     [[nodiscard]] const std::optional<std::vector<FileDiff>>& diffResult() const { return diffResult_; }
     [[nodiscard]] bool isLoadingDiff() const { return isLoadingDiff_; }
     [[nodiscard]] const std::optional<std::string>& previewError() const { return previewError_; }
+    // Whether the previewed restore would back the card up first (the setting is on and the card
+    // differs from its latest version); read with the preview.
+    [[nodiscard]] bool safetyBackupPlanned() const { return safetyBackupPlanned_; }
+    // The version the last run made before its restore, or that its undo put back; absent otherwise.
+    [[nodiscard]] const std::optional<std::filesystem::path>& safetyVersion() const { return safetyVersion_; }
     [[nodiscard]] const std::map<std::string, std::int64_t>& versionSizes() const { return versionSizes_; }
     [[nodiscard]] bool isLoadingVersionSizes() const { return isLoadingVersionSizes_; }
     [[nodiscard]] bool hasInitialized() const { return hasInitialized_; }
@@ -162,6 +174,7 @@ public:
     [[nodiscard]] QVariant diffResultVariant() const;
     [[nodiscard]] QVariant previewErrorVariant() const;
     [[nodiscard]] QVariantMap versionSizesVariant() const;
+    [[nodiscard]] QVariant safetyVersionVariant() const;
 
 signals:
     void stepChanged();
@@ -187,6 +200,8 @@ signals:
     void isLoadingDiffChanged();
     void previewErrorChanged();
     void versionSizesChanged();
+    void safetyBackupPlannedChanged();
+    void safetyVersionChanged();
     void isLoadingVersionSizesChanged();
     // Not properties: moments a front end may wait for.
     void previewFinished();
@@ -206,6 +221,7 @@ private:
     struct PreviewOutcome {
         std::optional<std::vector<FileDiff>> rows;
         std::string error;
+        bool safetyBackup = false;
     };
 
     void applyTargets(const std::vector<SDCard>& targets);
@@ -217,8 +233,16 @@ private:
     void applyFolderSizes(const std::string& generation, const std::map<std::string, std::int64_t>& sizes);
     void stopVersionWork();
     void applyPreview(const std::string& generation, PreviewOutcome outcome);
-    void startRestoreTask(const RestoreOperation::Request& request);
-    void completeRestore(const RestoreStep& result);
+    struct RunResult {
+        RestoreStep step = RestoreStep::succeeded();
+        std::optional<std::filesystem::path> safetyVersion;
+    };
+    bool takeLease();
+    void startRestoreTask(const UndoableRestore::Request& request);
+    void startRunTask(std::function<RunResult(std::stop_token)> run);
+    void completeRestore(const RunResult& result);
+    [[nodiscard]] UndoableRestore::Request undoableRequest() const;
+    [[nodiscard]] UndoableRestore::Dependencies runDependencies() const;
     void receiveLine(const std::string& line);
     void drainInbox();
     void scheduleFlush();
@@ -279,6 +303,8 @@ private:
     std::optional<std::string> previewError_;
     std::map<std::string, std::int64_t> versionSizes_;  // by version folder name
     bool isLoadingVersionSizes_ = false;
+    bool safetyBackupPlanned_ = false;
+    std::optional<std::filesystem::path> safetyVersion_;
 
     bool hasInitialized_ = false;
     std::optional<BackgroundTasks::Id> restoreTask_;

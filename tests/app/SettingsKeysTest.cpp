@@ -18,7 +18,7 @@ TEST(SettingsKeysTest, ListsEveryStoredKeyOnce) {
         "playSoundOnCompletion completionSoundName excludedVolumes notifyOnCompletion autoBackupOnConnect "
         "autoBackupDelaySeconds backupSetLabels menuBarMode askToEjectOnQuit m8Accent m8TypeModeRaw "
         "m8TypeScaleRaw mainTab launchOnLogin autoEjectOnCompletion verifyMismatchActionRaw "
-        "notifyOnFailure prereleaseBannerDismissedAt prereleaseBannerLastShownAt ");
+        "notifyOnFailure backupBeforeRestore prereleaseBannerDismissedAt prereleaseBannerLastShownAt ");
     for (const auto& definition : SettingsKeys::all())
         EXPECT_TRUE(SettingsKeys::accepts(definition, definition.defaultValue)) << definition.key;
 }

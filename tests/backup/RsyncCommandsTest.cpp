@@ -98,6 +98,8 @@ TEST(RsyncCommandsTest, EachListHoldsItsFlagsInOrder) {
         {"restore", wholeRestoreArguments(previous, card), join({restore, fat, E, toCard})},
         {"restore list", restoreFromListArguments(previous, card, listFile),
          join({restore, fat, E, fromList, toCard})},
+        {"undo restore", undoRestoreArguments(previous, card, listFile),
+         join({{"-avh", "--progress", "--stats", "--checksum"}, fat, E, fromList, toCard})},
         {"preview", restorePreviewArguments(previous, card, std::nullopt),
          join({{"-aniuc"}, itemized, fat, E, toCard})},
         {"preview folders", restorePreviewArguments(previous, card, Folders{"Songs"}),

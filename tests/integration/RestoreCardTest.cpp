@@ -25,8 +25,7 @@ using test::writeFile;
 using Json = nlohmann::json;
 
 void setModificationTime(const fs::path& file, std::time_t seconds) {
-    const struct timespec times[2] = {{seconds, 0}, {seconds, 0}};
-    ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0) << file;
+    ASSERT_TRUE(test::setModificationTime(file, seconds)) << file;
 }
 
 class RestoreCardTest : public test::FuseCardTest {
@@ -94,8 +93,10 @@ TEST_F(RestoreCardTest, ThePreviewNamesWhatTheRestoreChangesAndNewerWorkOnTheCar
 
     const auto result = restore();
     ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(Json::parse(result.out),
-              Json({{"restored", true}, {"safetyVersion", nullptr}, {"warning", nullptr}}));
+    const Json answer = Json::parse(result.out);
+    EXPECT_EQ(answer.at("restored"), true);
+    EXPECT_TRUE(answer.at("safetyVersion").is_string()) << "the card had changes no version held";
+    EXPECT_EQ(answer.at("warning"), nullptr);
     const auto after = treeOf(card);
     std::set<std::string> previewed;
     for (const auto& [path, kind] : rows(preview)) previewed.insert(path);
