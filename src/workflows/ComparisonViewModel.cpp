@@ -12,16 +12,7 @@
 namespace tapekeep {
 ComparisonViewModel::ComparisonViewModel(std::vector<BackupVersion> versions, Dependencies dependencies,
                                          QObject* parent)
-    : QObject(parent),
-      versions_(std::move(versions)),
-      dependencies_(std::move(dependencies)),
-      poster_(std::make_shared<MainThreadPoster>(this)),
-      tasks_(poster_) {}
-
-ComparisonViewModel::~ComparisonViewModel() {
-    poster_->detach();
-    tasks_.stopAll();
-}
+    : QObject(parent), versions_(std::move(versions)), dependencies_(std::move(dependencies)), work_(this) {}
 
 void ComparisonViewModel::chooseVersionA(int index) {
     setVersionA(index >= 0 && static_cast<std::size_t>(index) < versions_.size()
@@ -53,8 +44,8 @@ void ComparisonViewModel::compare() {
     setComparing(true);
     setDiffResult(std::nullopt);
     setError(std::nullopt);
-    tasks_.start([this, a = *versionA_, b = *versionB_, rsyncPath = dependencies_.rsyncPath,
-                  logStore = dependencies_.logStore, poster = poster_](std::stop_token token) {
+    work_.tasks().start([this, a = *versionA_, b = *versionB_, rsyncPath = dependencies_.rsyncPath,
+                         logStore = dependencies_.logStore, poster = work_.poster()](std::stop_token token) {
         Outcome outcome = run(a, b, rsyncPath, logStore, token);
         poster->post([this, outcome = std::move(outcome)]() mutable { finish(std::move(outcome)); });
     });

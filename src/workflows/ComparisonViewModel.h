@@ -14,9 +14,8 @@
 #include "backup/RsyncLogStore.h"
 #include "core/BackupVersion.h"
 #include "core/FileDiff.h"
-#include "workflows/BackgroundTasks.h"
+#include "workflows/BackgroundWork.h"
 #include "workflows/FeatureAccessAdmission.h"
-#include "workflows/MainThreadPoster.h"
 
 namespace tapekeep {
 
@@ -45,7 +44,6 @@ public:
 
     ComparisonViewModel(std::vector<BackupVersion> versions, Dependencies dependencies,
                         QObject* parent = nullptr);
-    ~ComparisonViewModel() override;
 
     // Indexes into versions(); -1 (or any index out of range) clears the choice.
     void chooseVersionA(int index);
@@ -94,14 +92,13 @@ private:
 
     std::vector<BackupVersion> versions_;
     Dependencies dependencies_;
-    std::shared_ptr<MainThreadPoster> poster_;
-    BackgroundTasks tasks_;
 
     std::optional<BackupVersion> versionA_;
     std::optional<BackupVersion> versionB_;
     std::optional<std::vector<FileDiff>> diffResult_;
     bool isComparing_ = false;
     std::optional<std::string> errorMessage_;
+    BackgroundWork work_;  // last: gone first, with its tasks stopped
 };
 
 }  // namespace tapekeep
