@@ -8,6 +8,10 @@ packages=(
   qt6-base-dev nlohmann-json3-dev libutf8proc-dev libudev-dev libblkid-dev libgtest-dev libgmock-dev
   rsync util-linux dosfstools fusefat fuse3
   libarchive-dev libarchive-tools unzip
+  qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
+  qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtquick-dialogs
+  qml6-module-qtqml-workerscript qml6-module-qt-labs-platform qml6-module-qtquick-shapes qt6-qpa-plugins
+  libcanberra-dev fonts-jetbrains-mono fonts-inter xvfb xauth
 )
 
 missing=()
