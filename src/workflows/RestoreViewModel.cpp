@@ -1,6 +1,7 @@
 #include "workflows/RestoreViewModel.h"
 
 #include <QTimer>
+#include <QUrl>
 
 #include <algorithm>
 #include <cctype>
@@ -111,12 +112,17 @@ RestoreViewModel::RestoreViewModel(AppSettings& settings, Dependencies dependenc
       settings_(settings),
       dependencies_(std::move(dependencies)),
       poster_(std::make_shared<MainThreadPoster>(this)),
-      tasks_(poster_) {
+      tasks_(poster_),
+      versionExport_(dependencies_.exportFolder, [this](const std::string& line) { appendLog(line); }) {
     if (!dependencies_.makeScanner)  // the user's excluded volumes are never offered as targets
         dependencies_.makeScanner = [store = &settings_.store()] {
             return std::make_unique<VolumeScanner>(VolumeScanner::defaultVolumeRoots(), store);
         };
     if (!dependencies_.ejectVolume) dependencies_.ejectVolume = VolumeEjector::ejectVolume;
+    connect(&versionExport_, &VersionExport::isExportingChanged, this, &RestoreViewModel::isExportingChanged);
+    connect(&versionExport_, &VersionExport::progressChanged, this, &RestoreViewModel::exportProgressChanged);
+    connect(&versionExport_, &VersionExport::percentChanged, this, &RestoreViewModel::exportPercentChanged);
+    connect(&versionExport_, &VersionExport::finished, this, &RestoreViewModel::exportFinished);
 }
 
 // A run that the end of the controller stops still gives its card back.
@@ -620,6 +626,23 @@ void RestoreViewModel::flushOutput() {
 void RestoreViewModel::appendLog(const std::string& line) {
     logLines_.push_back(line);
     emit logLinesChanged();
+}
+
+// ---- export ---------------------------------------------------------------------------------
+
+void RestoreViewModel::exportVersion(const BackupVersion& version, const fs::path& destination) {
+    if (auto refusal = featureAccess_.refusal("export")) return appendLog("Export unavailable: " + *refusal);
+    versionExport_.start(version.url, destination);
+}
+
+void RestoreViewModel::exportSelectedVersion(const QString& destination) {
+    if (!selectedVersion_) return appendLog("Export unavailable: No backup version is selected.");
+    const QUrl url(destination);
+    exportVersion(*selectedVersion_, (url.isLocalFile() ? url.toLocalFile() : destination).toStdString());
+}
+
+void RestoreViewModel::cancelExport() {
+    versionExport_.cancel();
 }
 
 // ---- notes and eject ------------------------------------------------------------------------
