@@ -271,6 +271,7 @@ private:
     [[nodiscard]] std::string rsyncPath() const;
     void setStep(RestoreStep step);
     void changeChoice(const std::function<void()>& change, void (RestoreViewModel::*changed)());
+    [[nodiscard]] bool isChosen(const std::string& folderPath) const;
 
     // Sets the field; its signal goes out only on a real change.
     template <typename Value>

@@ -26,7 +26,15 @@ using test::writeFile;
 
 const std::string uuid = test::cardUuid;
 
-class RestoreViewModelTest : public test::RestoreWizardFixture {};
+class RestoreViewModelTest : public test::RestoreWizardFixture {
+protected:
+    // The entries listed for a folder, by their paths in the version.
+    std::vector<std::string> childPaths(const std::string& folder) const {
+        std::vector<std::string> paths;
+        for (const auto& child : model.folderChildren().at(folder)) paths.push_back(child.relativePath);
+        return paths;
+    }
+};
 
 // rsync's exit status decides the result; only a status without a fixed meaning asks whether the
 // card is still there. Every end gives the card back.
@@ -201,6 +209,46 @@ TEST_F(RestoreViewModelTest, APreviewOfAnOlderChoiceIsDropped) {
     ASSERT_EQ(model.diffResult()->size(), 1u);
     EXPECT_EQ(model.diffResult()->front().path, "Samples/kick.wav");
     EXPECT_EQ(finished, 1);
+}
+
+// One level of a folder at a time, each entry chosen as its folder is; the version's links are
+// never followed, so nothing outside the version is offered.
+TEST_F(RestoreViewModelTest, AFolderListsItsOwnEntriesAndNothingALinkPointsAt) {
+    writeFile(version / "Samples/Drums/snare.wav", "snare");
+    writeFile(temp / "elsewhere/secret.wav", "not in the version");
+    fs::create_symlink(temp / "elsewhere", version / "Samples/outside");
+    fs::create_symlink(temp / "elsewhere", version / "Linked");
+    chooseVersion();
+    std::vector<std::string> folders;
+    for (const auto& folder : model.availableFolders()) folders.push_back(folder.name);
+    EXPECT_EQ(folders, (std::vector<std::string>{"Samples", "Songs"}));
+    model.setFolderSelected("Samples", false);
+    std::vector<std::vector<std::string>> loading;
+    QObject::connect(&model, &RestoreViewModel::loadingFolderChildrenChanged, [&] {
+        loading.emplace_back(model.loadingFolderChildren().begin(), model.loadingFolderChildren().end());
+    });
+
+    model.loadFolderChildren("Samples");
+    EXPECT_EQ(model.loadingFolderChildren(), std::set<std::string>{"Samples"});
+    ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+    EXPECT_EQ(loading, (std::vector<std::vector<std::string>>{{"Samples"}, {}}));
+    ASSERT_EQ(childPaths("Samples"), (std::vector<std::string>{"Samples/Drums", "Samples/kick.wav"}));
+    const auto& samples = model.folderChildren().at("Samples");
+    EXPECT_TRUE(samples[0].isDirectory);
+    EXPECT_EQ(samples[0].size, std::nullopt);
+    EXPECT_FALSE(samples[1].isDirectory);
+    EXPECT_EQ(samples[1].size, 4);
+    for (const auto& child : samples) EXPECT_FALSE(child.selected) << child.relativePath;
+
+    for (const std::string path : {"Samples/outside", "Linked", "Samples/Drums/../../..", "/etc"}) {
+        model.loadFolderChildren(path);
+        ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+        EXPECT_EQ(childPaths(path), std::vector<std::string>{}) << path;
+    }
+    model.loadFolderChildren("Samples/Drums");
+    ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+    ASSERT_EQ(childPaths("Samples/Drums"), std::vector<std::string>{"Samples/Drums/snare.wav"});
+    EXPECT_FALSE(model.folderChildren().at("Samples/Drums").front().selected) << "as Samples/Drums is chosen";
 }
 
 // One try, with no lease of its own, and never while an operation holds the card.
