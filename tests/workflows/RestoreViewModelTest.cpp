@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "EventLoop.h"
+#include "FileContent.h"
 #include "M8Files.h"
 #include "RestoreViewModelFixture.h"
 #include "TempDir.h"
@@ -249,6 +250,36 @@ TEST_F(RestoreViewModelTest, AFolderListsItsOwnEntriesAndNothingALinkPointsAt) {
     ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
     ASSERT_EQ(childPaths("Samples/Drums"), std::vector<std::string>{"Samples/Drums/snare.wav"});
     EXPECT_FALSE(model.folderChildren().at("Samples/Drums").front().selected) << "as Samples/Drums is chosen";
+}
+
+// With the card backed up first, the restore can be taken back: the undo puts the card back as
+// the safety version holds it, and a second undo has nothing left to undo.
+TEST_F(RestoreViewModelTest, AnUndoPutsTheCardBackAsItWasBeforeTheRestore) {
+    settings.setBackupBeforeRestore(true);
+    fs::last_write_time(card.mountPath / "Songs/LIVE.m8s",
+                        fs::file_time_type::clock::now() - std::chrono::hours(24 * 365));
+    chooseVersion();
+    const auto before = test::treeOf(card.mountPath);
+    ASSERT_TRUE(restore().isSuccess()) << model.step().error.value_or("");
+    ASSERT_TRUE(model.safetyVersion());
+    const fs::path safety = *model.safetyVersion();
+    EXPECT_EQ(readFile(card.mountPath / "Songs/LIVE.m8s"), "in the version");
+    EXPECT_EQ(readFile(card.mountPath / "Samples/kick.wav"), "kick");
+
+    model.undoLastRestore();
+    ASSERT_TRUE(
+        waitFor([&] { return model.step().kind == RestoreStep::Kind::done && !model.isRestoring(); }));
+    EXPECT_TRUE(model.step().isSuccess()) << model.step().error.value_or("");
+    EXPECT_EQ(test::treeOf(card.mountPath), before);
+    EXPECT_EQ(model.safetyVersion(), safety);
+    EXPECT_FALSE(cardHeld());
+
+    model.undoLastRestore();
+    ASSERT_TRUE(
+        waitFor([&] { return model.step().kind == RestoreStep::Kind::done && !model.isRestoring(); }));
+    EXPECT_EQ(model.step().error, "There is no restore to undo on this card.");
+    EXPECT_EQ(test::treeOf(card.mountPath), before);
+    EXPECT_FALSE(cardHeld());
 }
 
 // One try, with no lease of its own, and never while an operation holds the card.
