@@ -87,16 +87,21 @@ protected:
         QCoreApplication::processEvents();
     }
 
-    void pressSpace(QQuickItem* target) {
+    void pressKey(QQuickItem* target, Qt::Key key, const QString& text = {}) {
         ASSERT_NE(target, nullptr);
         target->forceActiveFocus(Qt::TabFocusReason);
-        ASSERT_TRUE(test::processEventsUntil([target] { return target->hasActiveFocus(); }));
-        QKeyEvent press(QEvent::KeyPress, Qt::Key_Space, Qt::NoModifier, QStringLiteral(" "));
+        if (!target->isEnabled()) {
+            EXPECT_FALSE(target->hasActiveFocus());
+        } else {
+            ASSERT_TRUE(test::processEventsUntil([target] { return target->hasActiveFocus(); }));
+        }
+        QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier, text);
         QCoreApplication::sendEvent(&window, &press);
-        QKeyEvent release(QEvent::KeyRelease, Qt::Key_Space, Qt::NoModifier, QStringLiteral(" "));
+        QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier, text);
         QCoreApplication::sendEvent(&window, &release);
         QCoreApplication::processEvents();
     }
+    void pressSpace(QQuickItem* target) { pressKey(target, Qt::Key_Space, QStringLiteral(" ")); }
 
     // The colour drawn at the middle of an item, read back from the window's pixels.
     QColor drawnColour(QQuickItem* target) {
@@ -142,6 +147,16 @@ TEST_F(SettingsTabTest, TheControlsWriteTheSettingsTheyShow) {
     click(item("nav_system"));
     pressSpace(item("askToEjectOnQuit"));
     EXPECT_FALSE(settings->askToEjectOnQuit());
+
+    click(item("nav_notifications"));
+    pressKey(item("completionSoundName"), Qt::Key_Down);  // the next sound, without opening the list
+    EXPECT_EQ(settings->completionSoundName(), "Basso");
+    click(item("nav_backup"));
+    pressKey(item("segment_flag"), Qt::Key_Right);  // disabled while verification is off
+    EXPECT_EQ(settings->verifyMismatchActionRaw(), "flag");
+    click(item("verifyAfterBackup"));
+    pressKey(item("segment_flag"), Qt::Key_Right);
+    EXPECT_EQ(settings->verifyMismatchActionRaw(), "abort");
 }
 
 TEST_F(SettingsTabTest, ADamagedSettingsFileIsShownWithItsPathAndAChangeDoesNotOverwriteIt) {

@@ -34,7 +34,9 @@ M8ButtonBase {
     Accessible.role: Accessible.ComboBox
     Accessible.name: accessibleName
     Accessible.description: title
-    implicitWidth: Math.max(120, contentItem.implicitWidth + 16)
+    leftPadding: 8
+    rightPadding: 8
+    implicitWidth: Math.max(120, contentItem.implicitWidth + leftPadding + rightPadding)
     action: function() { list.open() }
     Keys.onUpPressed: step(-1)
     Keys.onDownPressed: step(1)

@@ -44,6 +44,7 @@ Row {
         height: implicitHeight
         color: Theme.palette.bgLCD
         border.color: Theme.palette.border0
+        opacity: stepper.enabled ? 1.0 : 0.4
         Text {
             id: number
             objectName: "stepperValue"

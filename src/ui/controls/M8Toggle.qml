@@ -10,6 +10,10 @@ Control {
     property string accessibleName: ""
     signal toggled(bool isOn)
 
+    // 0 off, 1 on; only the switching is animated, never a change of size.
+    property real knobPosition: isOn ? 1 : 0
+    Behavior on knobPosition { NumberAnimation { duration: 90 } }
+
     function flip() {
         if (enabled)
             toggled(!isOn)
@@ -52,9 +56,8 @@ Control {
             height: width
             radius: 1
             y: 3
-            x: control.isOn ? parent.width - width - 3 : 3
+            x: 3 + control.knobPosition * (parent.width - width - 6)
             color: control.isOn ? Theme.palette.bgVoid : Theme.palette.ink2
-            Behavior on x { NumberAnimation { duration: 90 } }
         }
     }
 }

@@ -235,7 +235,6 @@ Rectangle {
                             objectName: "verifyMismatchAction"
                             accessibleName: "When verification finds a difference"
                             enabled: Settings.verifyAfterBackup
-                            opacity: enabled ? 1.0 : 0.4
                             selection: Settings.verifyMismatchActionRaw
                             options: tab.options(["retry", "flag", "abort"], ["RETRY", "FLAG", "ABORT"])
                             onSelected: value => Settings.verifyMismatchActionRaw = value
@@ -258,7 +257,6 @@ Rectangle {
                             objectName: "autoBackupDelaySeconds"
                             accessibleName: "Countdown"
                             enabled: Settings.autoBackupOnConnect
-                            opacity: enabled ? 1.0 : 0.4
                             value: Settings.autoBackupDelaySeconds
                             range: ({ from: 0, to: 60 })
                             unit: "s"
