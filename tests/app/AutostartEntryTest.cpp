@@ -12,9 +12,6 @@ namespace tapekeep {
 namespace {
 
 namespace fs = std::filesystem;
-using test::readFile;
-using test::TempDir;
-using test::writeFile;
 
 fs::path runningBinary() {
     return fs::read_symlink("/proc/self/exe");
@@ -51,7 +48,7 @@ private:
 
 class AutostartEntryTest : public ::testing::Test {
 protected:
-    TempDir temp;
+    test::TempDir temp;
     fs::path file = temp / "config/autostart/tapekeep.desktop";
     AutostartEntry entry{file};
 };
@@ -64,7 +61,7 @@ TEST_F(AutostartEntryTest, IsWrittenToStartTheRunningProgramAndRemovedWhenOff) {
     }
     EXPECT_FALSE(entry.isInstalled());
     ASSERT_TRUE(entry.install(runningBinary().string()));
-    const std::string text = readFile(file);
+    const std::string text = test::readFile(file);
     EXPECT_TRUE(text.starts_with("[Desktop Entry]\n")) << text;
     EXPECT_NE(text.find("\nType=Application\n"), std::string::npos) << text;
     EXPECT_EQ(execOf(text), "\"" + runningBinary().string() + "\"");
@@ -72,7 +69,7 @@ TEST_F(AutostartEntryTest, IsWrittenToStartTheRunningProgramAndRemovedWhenOff) {
 
     // Written again for another program, in place, with no temporary left beside it.
     ASSERT_TRUE(entry.install("/opt/tape keep/bin/tape$keep%"));
-    EXPECT_EQ(execOf(readFile(file)), R"("/opt/tape keep/bin/tape\\$keep%%")");
+    EXPECT_EQ(execOf(test::readFile(file)), R"("/opt/tape keep/bin/tape\\$keep%%")");
     EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()), 1);
 
     EXPECT_TRUE(entry.remove());
@@ -83,17 +80,17 @@ TEST_F(AutostartEntryTest, IsWrittenToStartTheRunningProgramAndRemovedWhenOff) {
 
 TEST_F(AutostartEntryTest, AFileOfThatNameThatIsNotOursIsNeitherReplacedNorRemoved) {
     const std::string foreign = "[Desktop Entry]\nType=Application\nName=Tapekeep\nExec=/usr/bin/other\n";
-    writeFile(file, foreign);
+    test::writeFile(file, foreign);
     EXPECT_FALSE(entry.isInstalled());
     EXPECT_FALSE(entry.install(runningBinary().string()));
-    EXPECT_EQ(readFile(file), foreign);
+    EXPECT_EQ(test::readFile(file), foreign);
     EXPECT_FALSE(entry.remove());
-    EXPECT_EQ(readFile(file), foreign);
+    EXPECT_EQ(test::readFile(file), foreign);
 
     // A link is not followed, not even to an entry of ours: it is the user's.
     fs::remove(file);
     const fs::path ours = temp / "elsewhere.desktop";
-    writeFile(ours, AutostartEntry::text("/usr/bin/tapekeep"));
+    test::writeFile(ours, AutostartEntry::text("/usr/bin/tapekeep"));
     fs::create_symlink(ours, file);
     EXPECT_FALSE(entry.remove());
     EXPECT_TRUE(fs::is_symlink(file));
@@ -111,22 +108,22 @@ TEST_F(AutostartEntryTest, TheSettingsSwitchLeavesAForeignEntryAloneAndShowsItIs
     SettingsStore store(temp / "config/tapekeep/settings.json");
     AppSettings settings(store, [] { return std::optional<std::string>(); });
     const std::string foreign = "[Desktop Entry]\nExec=/usr/bin/other\n";
-    writeFile(file, foreign);
+    test::writeFile(file, foreign);
 
     settings.setLaunchOnLogin(true);
     settings.applyLaunchOnLogin();
-    EXPECT_EQ(readFile(file), foreign);
+    EXPECT_EQ(test::readFile(file), foreign);
     EXPECT_FALSE(settings.launchOnLogin());
 
     settings.applyLaunchOnLogin();  // off, with the foreign file there
-    EXPECT_EQ(readFile(file), foreign);
+    EXPECT_EQ(test::readFile(file), foreign);
 
     fs::remove(file);
     settings.setLaunchOnLogin(true);
     settings.applyLaunchOnLogin();
     EXPECT_TRUE(settings.launchOnLogin());
     // The desktop program beside this one when there is one, else the one on the PATH.
-    const std::string exec = execOf(readFile(file));
+    const std::string exec = execOf(test::readFile(file));
     EXPECT_TRUE(exec == "\"tapekeep\"" ||
                 exec == "\"" + (runningBinary().parent_path() / "tapekeep").string() + "\"")
         << exec;

@@ -10,13 +10,10 @@ namespace tapekeep {
 namespace {
 
 namespace fs = std::filesystem;
-using test::readFile;
-using test::TempDir;
-using test::writeFile;
 
 class SettingsStoreProblemTest : public ::testing::Test {
 protected:
-    TempDir temp;
+    test::TempDir temp;
     fs::path file = temp / "config/tapekeep/settings.json";
     SettingsStore store{file};
 
@@ -33,7 +30,7 @@ protected:
 
 TEST_F(SettingsStoreProblemTest, ADamagedFileIsNamedWithItsPathAndNoChangeOverwritesIt) {
     const std::string damaged = "{\"keepCount\": 3,";
-    writeFile(file, damaged);
+    test::writeFile(file, damaged);
     auto settings = open();
     const QString problem = settings->storeProblem();
     EXPECT_TRUE(
@@ -43,19 +40,19 @@ TEST_F(SettingsStoreProblemTest, ADamagedFileIsNamedWithItsPathAndNoChangeOverwr
     auto changes = countProblemChanges(*settings);
     settings->setKeepCount(9);
     settings->setM8Accent("lime");
-    EXPECT_EQ(readFile(file), damaged);
+    EXPECT_EQ(test::readFile(file), damaged);
     EXPECT_EQ(settings->keepCount(), 5);
     EXPECT_EQ(settings->storeProblem(), problem);
     EXPECT_EQ(*changes, 0);
 
     // Mended outside the program: a fresh look clears the text, and a new damage shows again.
-    writeFile(file, "{}");
+    test::writeFile(file, "{}");
     settings->recheckStore();
     EXPECT_EQ(settings->storeProblem(), QString());
     EXPECT_EQ(*changes, 1);
     settings->recheckStore();
     EXPECT_EQ(*changes, 1);
-    writeFile(file, "[]");
+    test::writeFile(file, "[]");
     settings->recheckStore();
     EXPECT_TRUE(settings->storeProblem().contains(QString::fromStdString(file.string())));
     EXPECT_EQ(*changes, 2);
@@ -65,7 +62,7 @@ TEST_F(SettingsStoreProblemTest, AFailedWriteIsShownUntilAWriteSucceeds) {
     auto settings = open();
     EXPECT_EQ(settings->storeProblem(), QString());
     fs::remove_all(temp / "config");
-    writeFile(temp / "config", "a file where the settings folder should be");
+    test::writeFile(temp / "config", "a file where the settings folder should be");
     auto changes = countProblemChanges(*settings);
 
     settings->setKeepCount(9);

@@ -18,8 +18,6 @@ class QuickScreen {
 public:
     QuickScreen();
     ~QuickScreen();
-    QuickScreen(const QuickScreen&) = delete;
-    QuickScreen& operator=(const QuickScreen&) = delete;
 
     // Loads a file of the application's module, or QML text; null, with the errors, when it fails.
     QQuickItem* load(const QUrl& file);

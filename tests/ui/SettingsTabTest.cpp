@@ -15,15 +15,12 @@ namespace tapekeep {
 namespace {
 
 namespace fs = std::filesystem;
-using test::readFile;
-using test::TempDir;
-using test::writeFile;
 
 // The SETTINGS screen in a window of its own, over settings in a temporary file.
 class SettingsTabTest : public ::testing::Test {
 protected:
     bool applicationReady = (test::ensureGuiApplication(), true);
-    TempDir temp;
+    test::TempDir temp;
     fs::path file = temp / "config/tapekeep/settings.json";
     std::unique_ptr<SettingsStore> store;
     std::unique_ptr<AppSettings> settings;
@@ -100,7 +97,7 @@ TEST_F(SettingsTabTest, TheControlsWriteTheSettingsTheyShow) {
 
 TEST_F(SettingsTabTest, ADamagedSettingsFileIsShownWithItsPathAndAChangeDoesNotOverwriteIt) {
     const std::string damaged = "{\"keepCount\": 3,";
-    writeFile(file, damaged);
+    test::writeFile(file, damaged);
     load();
     QQuickItem* problem = item("settingsStoreProblem");
     ASSERT_TRUE(problem->isVisible());
@@ -109,10 +106,10 @@ TEST_F(SettingsTabTest, ADamagedSettingsFileIsShownWithItsPathAndAChangeDoesNotO
         << text.toStdString();
 
     click("rotateBackups");
-    EXPECT_EQ(readFile(file), damaged);
+    EXPECT_EQ(test::readFile(file), damaged);
     EXPECT_TRUE(item("rotateBackups")->property("isOn").toBool());  // the switch shows what is kept
 
-    writeFile(file, "{}");  // mended outside; the screen looks again when it is shown
+    test::writeFile(file, "{}");  // mended outside; the screen looks again when it is shown
     screen->root()->setVisible(false);
     screen->root()->setVisible(true);
     EXPECT_FALSE(problem->isVisible());
