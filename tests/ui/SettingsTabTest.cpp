@@ -74,6 +74,14 @@ TEST_F(SettingsTabTest, TheControlsWriteTheSettingsTheyShow) {
     EXPECT_EQ(screen->drawnColour(item("appearanceSample")), QColor(0xEDE9DE));  // the light LCD surface
 
     click("nav_storage");
+    // What the folder chooser hands back is a file URL, stored as a path and shown again as a URL.
+    const QString chosen = QString::fromStdString((temp / "M8 backups #1 100%").string());
+    QMetaObject::invokeMethod(screen->root(), "useBackupFolder",
+                              Q_ARG(QVariant, QUrl::fromLocalFile(chosen)));
+    EXPECT_EQ(settings->backupBaseDirPath(), chosen);
+    QObject* folderDialog = screen->root()->findChild<QObject*>("folderDialog");
+    ASSERT_NE(folderDialog, nullptr);
+    EXPECT_EQ(folderDialog->property("currentFolder").toUrl(), QUrl::fromLocalFile(chosen));
     screen->click(item("increase", item("keepCount")));
     EXPECT_EQ(settings->keepCount(), 6);
     click("rotateBackups");

@@ -25,8 +25,15 @@ Rectangle {
     function options(values, labels) {
         return values.map((value, index) => ({ value: value, label: labels ? labels[index] : value }))
     }
+    // Between a folder's path and its file URL, with every character of a name escaped as needed.
+    function fileUrl(path) {
+        return "file://" + path.split("/").map(encodeURIComponent).join("/")
+    }
     function localPath(url) {
         return decodeURIComponent(url.toString().replace(/^file:\/\//, ""))
+    }
+    function useBackupFolder(url) {
+        Settings.backupBaseDirPath = localPath(url)
     }
 
     color: Theme.palette.bg0
@@ -78,9 +85,10 @@ Rectangle {
 
     FolderDialog {
         id: folderDialog
+        objectName: "folderDialog"
         title: "Choose Backup Folder"
-        currentFolder: Settings.backupBaseDirPath !== "" ? "file://" + Settings.backupBaseDirPath : ""
-        onAccepted: Settings.backupBaseDirPath = tab.localPath(selectedFolder)
+        currentFolder: Settings.backupBaseDirPath !== "" ? tab.fileUrl(Settings.backupBaseDirPath) : ""
+        onAccepted: tab.useBackupFolder(selectedFolder)
     }
 
     RowLayout {
