@@ -53,6 +53,9 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     }
     store_ = std::make_unique<SettingsStore>(options_.settingsFile.value_or(UserFolders::settingsFile()));
     settings_ = std::make_unique<AppSettings>(*store_);
+    // The autostart entry follows the switch.
+    connect(settings_.get(), &AppSettings::launchOnLoginChanged, settings_.get(),
+            &AppSettings::applyLaunchOnLogin);
     theme_ = std::make_unique<M8Theme>(*settings_, desktopIsDark);
     backup_ = std::make_unique<BackupViewModel>(*settings_, backupDependencies(demoRoot_, *store_));
 }
