@@ -5,6 +5,8 @@
 #include <QQuickStyle>
 #include <QQuickWindow>
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <thread>
 
@@ -22,16 +24,28 @@ XvfbDisplay& display() {
     return instance;
 }
 
-void startApplication() {
-    static std::unique_ptr<QApplication> application = [] {
+// Holds the application for the whole run and ends it after the last test: at exit, after other
+// static objects have gone, Qt's clean-up would touch what is no longer there.
+class ApplicationEnvironment : public ::testing::Environment {
+public:
+    ApplicationEnvironment() {
         ::setenv("DISPLAY", display().name()->c_str(), 1);
         ::setenv("QT_QPA_PLATFORM", "xcb", 1);
         static int argc = 1;
         static char name[] = "tests_desktop";
         static char* argv[] = {name, nullptr};
         QQuickStyle::setStyle(QStringLiteral("Basic"));
-        return std::make_unique<QApplication>(argc, argv);
-    }();
+        application_ = std::make_unique<QApplication>(argc, argv);
+    }
+    void TearDown() override { application_.reset(); }
+
+private:
+    std::unique_ptr<QApplication> application_;
+};
+
+void startApplication() {
+    if (QCoreApplication::instance() != nullptr) return;
+    ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 }
 
 void collectTexts(QQuickItem* item, QStringList& texts) {
@@ -49,13 +63,16 @@ std::optional<std::string> DesktopSession::unavailable() {
 }
 
 DesktopSession::DesktopSession(const std::optional<fs::path>& rsync) {
-    for (const auto& [variable, folder] : {std::pair{"XDG_CONFIG_HOME", "config"}, std::pair{"XDG_DATA_HOME", "data"},
-                                           std::pair{"XDG_STATE_HOME", "state"}, std::pair{"XDG_RUNTIME_DIR", "run"}}) {
+    for (const auto& [variable, folder] :
+         {std::pair{"XDG_CONFIG_HOME", "config"}, std::pair{"XDG_DATA_HOME", "data"},
+          std::pair{"XDG_STATE_HOME", "state"}, std::pair{"XDG_RUNTIME_DIR", "run"}}) {
         fs::create_directories(home_ / folder);
+        fs::permissions(home_ / folder, fs::perms::owner_all);
         ::setenv(variable, (home_ / folder).c_str(), 1);
     }
     ::setenv("HOME", home_.path().c_str(), 1);
-    if (rsync) writeFile(home_ / "config/tapekeep/settings.json", "{\"rsyncPath\": \"" + rsync->string() + "\"}");
+    if (rsync)
+        writeFile(home_ / "config/tapekeep/settings.json", "{\"rsyncPath\": \"" + rsync->string() + "\"}");
     startApplication();
     DesktopApplication::Options options;
     options.demo = true;
@@ -117,8 +134,21 @@ void DesktopSession::screenshot(const std::string& name) const {
     grab().save(QString::fromStdString((folder / (name + ".png")).string()));
 }
 
+namespace {
+
+// Items made by a Repeater or placed in a window's header are children in the scene only, not
+// QObject children, so the search follows the scene.
+QQuickItem* findItem(QQuickItem* item, const QString& objectName) {
+    if (item->objectName() == objectName) return item;
+    for (QQuickItem* child : item->childItems())
+        if (QQuickItem* found = findItem(child, objectName)) return found;
+    return nullptr;
+}
+
+}  // namespace
+
 QQuickItem* DesktopSession::item(const char* objectName) const {
-    return window().contentItem()->findChild<QQuickItem*>(QString::fromLatin1(objectName));
+    return findItem(window().contentItem(), QString::fromLatin1(objectName));
 }
 
 }  // namespace tapekeep::test

@@ -39,7 +39,8 @@ public:
 
     // Runs the event loop until done() holds; false after the guard, which only keeps a failing
     // test from hanging.
-    bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds guard = std::chrono::seconds(60));
+    bool waitFor(const std::function<bool()>& done,
+                 std::chrono::milliseconds guard = std::chrono::seconds(60));
     void settle();  // lets bindings, layouts and animations catch up
 
     // The texts of the visible text items of the window, and the window as drawn now.

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,6 +45,7 @@ XvfbDisplay::XvfbDisplay() {
     pid_ = ::fork();
     if (pid_ == 0) {
         ::close(fds[0]);
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);  // no server outlives a test killed by its time limit
         const std::string fd = std::to_string(fds[1]);
         ::execl(xvfbPath, "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1400x900x24", "-nolisten", "tcp",
                 "-noreset", static_cast<char*>(nullptr));

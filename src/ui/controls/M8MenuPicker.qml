@@ -52,7 +52,7 @@ M8ButtonBase {
             text: picker.title
             color: picker.ink
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
             elide: Text.ElideRight
         }
         Text {
@@ -61,7 +61,7 @@ M8ButtonBase {
             anchors.verticalCenter: parent.verticalCenter
             text: M8Symbols.glyph("chevron.down")
             color: Theme.palette.ink2
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
         }
     }
 
@@ -107,7 +107,7 @@ M8ButtonBase {
                         text: parent.title
                         color: parent.ink
                         font.family: Theme.monoFamily
-                        font.pointSize: Theme.fontSize(10)
+                        font.pointSize: M8Type.size(10)
                         horizontalAlignment: Text.AlignLeft
                         verticalAlignment: Text.AlignVCenter
                     }

@@ -52,7 +52,7 @@ Row {
             text: stepper.value + (stepper.unit ? " " + stepper.unit : "")
             color: Theme.accent
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(11)
+            font.pointSize: M8Type.size(11)
             font.weight: Font.DemiBold
         }
     }

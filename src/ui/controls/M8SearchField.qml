@@ -36,7 +36,7 @@ Control {
             anchors.verticalCenter: parent.verticalCenter
             text: M8Symbols.glyph("magnifyingglass")
             color: Theme.palette.ink2
-            font.pointSize: Theme.fontSize(12)
+            font.pointSize: M8Type.size(12)
         }
         TextInput {
             id: input
@@ -53,7 +53,7 @@ Control {
             selectionColor: Theme.accent
             selectedTextColor: Theme.palette.bgVoid
             font.family: Theme.fontFamily
-            font.pointSize: Theme.fontSize(11)
+            font.pointSize: M8Type.size(11)
             Accessible.role: Accessible.EditableText
             Accessible.name: field.prompt
             Keys.onEscapePressed: event => {

@@ -57,7 +57,7 @@ Control {
             width: 14
             text: M8Symbols.glyph(item.systemImage)
             color: item.current ? Theme.accent : Theme.palette.ink2
-            font.pointSize: Theme.fontSize(11)
+            font.pointSize: M8Type.size(11)
             horizontalAlignment: Text.AlignHCenter
         }
         Text {
@@ -65,7 +65,7 @@ Control {
             text: item.label.toUpperCase()
             color: item.current ? Theme.palette.ink0 : Theme.palette.ink1
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
             font.weight: item.current ? Font.DemiBold : Font.Normal
             font.letterSpacing: 1.2
         }

@@ -31,7 +31,7 @@ Item {
             text: row.label
             color: Theme.palette.ink0
             font.family: Theme.fontFamily
-            font.pointSize: Theme.fontSize(12)
+            font.pointSize: M8Type.size(12)
             wrapMode: Text.WordWrap
         }
         Text {
@@ -41,7 +41,7 @@ Item {
             text: row.description
             color: Theme.palette.ink2
             font.family: Theme.fontFamily
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
             wrapMode: Text.WordWrap
         }
     }

@@ -26,7 +26,7 @@ Rectangle {
         text: M8Symbols.glyph("exclamationmark.triangle") + "  " + banner.problem
         color: Theme.palette.err
         font.family: Theme.fontFamily
-        font.pointSize: Theme.fontSize(11)
+        font.pointSize: M8Type.size(11)
         wrapMode: Text.Wrap
     }
 }

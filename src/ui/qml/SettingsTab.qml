@@ -63,7 +63,7 @@ Rectangle {
             selectionColor: Theme.accent
             selectedTextColor: Theme.palette.bgVoid
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
             Accessible.role: Accessible.EditableText
             Accessible.name: entry.prompt
             onEditingFinished: if (text !== entry.value) entry.edited(text)
@@ -206,7 +206,7 @@ Rectangle {
                                  : rsyncClass.label.startsWith("openrsync") ? Theme.palette.warn
                                  : Theme.palette.ok
                             font.family: Theme.monoFamily
-                            font.pointSize: Theme.fontSize(10)
+                            font.pointSize: M8Type.size(10)
                         }
                         M8MenuPicker {
                             objectName: "rsyncPath"
@@ -421,7 +421,7 @@ Rectangle {
                                 text: "TAPEKEEP"
                                 color: Theme.accent
                                 font.family: Theme.monoFamily
-                                font.pointSize: Theme.fontSize(15)
+                                font.pointSize: M8Type.size(15)
                                 font.weight: Font.Bold
                                 font.letterSpacing: 3
                             }
@@ -429,13 +429,13 @@ Rectangle {
                                 text: "Songs 12  \u2022  Instruments 48  \u2022  Wavs 310"
                                 color: Theme.palette.ink0
                                 font.family: Theme.fontFamily
-                                font.pointSize: Theme.fontSize(12)
+                                font.pointSize: M8Type.size(12)
                             }
                             Text {
                                 text: "Last backup 2 minutes ago"
                                 color: Theme.palette.ink2
                                 font.family: Theme.fontFamily
-                                font.pointSize: Theme.fontSize(10)
+                                font.pointSize: M8Type.size(10)
                             }
                         }
                     }
