@@ -4,10 +4,14 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 
 #include "CliProcess.h"
 #include "DesktopSession.h"
+#include "FrameClock.h"
+#include "RsyncScripts.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "ui/DesktopApplication.h"
@@ -23,24 +27,6 @@ class DesktopWindowTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (auto why = DesktopSession::unavailable()) GTEST_SKIP() << "no virtual display: " << *why;
-    }
-
-    // An rsync that waits before each transfer until `gate` exists (and says through `started`
-    // that a transfer is waiting), so that a test sees a run while it holds the card.
-    static fs::path gatedRsync(const TempDir& folder) {
-        const fs::path script = folder / "rsync-gated";
-        writeFile(script,
-                  "#!/bin/sh\n"
-                  "case \" $* \" in *\" --version \"*) exec rsync \"$@\";; esac\n"
-                  "touch '" +
-                      (folder / "started").string() +
-                      "'\n"
-                      "while [ ! -e '" +
-                      (folder / "gate").string() +
-                      "' ]; do sleep 0.05; done\n"
-                      "exec rsync \"$@\"\n");
-        fs::permissions(script, fs::perms::owner_all);
-        return script;
     }
 
     static CardState stateOf(DesktopSession& session, const SDCard& card) {
@@ -93,7 +79,7 @@ int wordMarkWidth(DesktopSession& session) {
 
 TEST_F(DesktopWindowTest, ShowsTheDemoCardIdleInOptionsRunningAndAfterSuccess) {
     TempDir tools;
-    DesktopSession session(gatedRsync(tools));
+    DesktopSession session(gatedRsync(tools.path()));
     const SDCard card = session.demoCard();
     BackupViewModel& backup = session.app().backup();
 
@@ -166,7 +152,7 @@ TEST_F(DesktopWindowTest, SettingsRepaintTheRenderedWindowWithoutARestart) {
 
 TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLine) {
     TempDir tools;
-    DesktopSession session(gatedRsync(tools));
+    DesktopSession session(gatedRsync(tools.path()));
     const SDCard card = session.demoCard();
     BackupViewModel& backup = session.app().backup();
 
@@ -192,6 +178,31 @@ TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLin
     session.screenshot("backup-refused");
     writeFile(tools / "gate", "");
     EXPECT_EQ(cli.waitAtMost(std::chrono::seconds(60)), 0) << cli.err();
+}
+
+// The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames
+// is reported (bench/desktop_frames records it against its goal).
+TEST_F(DesktopWindowTest, TheWindowKeepsDrawingWhileABackupPrintsAHundredThousandLines) {
+    TempDir tools;
+    DesktopSession session(chattyRsync(tools.path(), 100'000));
+    const SDCard card = session.demoCard();
+    BackupViewModel& backup = session.app().backup();
+    ASSERT_TRUE(session.waitFor([&] { return backup.cardFreshness(card.diskUtilUUID).has_value(); }));
+
+    FrameClock clock(session.window());
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::success; }))
+        << stateOf(session, card).message;
+    clock.stop();
+
+    const auto log = backup.cardLog(card.diskUtilUUID);
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const std::string& line) {
+        return line.find("loop100000.wav") != std::string::npos;
+    })) << "the last of the lines reached the card's log";
+    EXPECT_GT(clock.frames(), 10U) << "the window went on drawing during the run";
+    RecordProperty("worstFrameIntervalMs", static_cast<int>(clock.worstInterval().count()));
+    std::printf("worst frame interval during 100,000 lines: %lld ms over %zu frames\n",
+                static_cast<long long>(clock.worstInterval().count()), clock.frames());
 }
 
 }  // namespace

@@ -27,6 +27,8 @@ class DesktopSession {
 public:
     // Why no session can be made here (no Xvfb), or nothing.
     [[nodiscard]] static std::optional<std::string> unavailable();
+    // Points DISPLAY at the virtual display, for a program that makes its own application first.
+    static void useDisplay();
 
     // rsync: the executable the settings name, when not the system's.
     explicit DesktopSession(const std::optional<std::filesystem::path>& rsync = std::nullopt);

@@ -29,8 +29,7 @@ XvfbDisplay& display() {
 class ApplicationEnvironment : public ::testing::Environment {
 public:
     ApplicationEnvironment() {
-        ::setenv("DISPLAY", display().name()->c_str(), 1);
-        ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+        DesktopSession::useDisplay();
         static int argc = 1;
         static char name[] = "tests_desktop";
         static char* argv[] = {name, nullptr};
@@ -56,6 +55,11 @@ void collectTexts(QQuickItem* item, QStringList& texts) {
 }
 
 }  // namespace
+
+void DesktopSession::useDisplay() {
+    ::setenv("DISPLAY", display().name()->c_str(), 1);
+    ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+}
 
 std::optional<std::string> DesktopSession::unavailable() {
     if (!display().name()) return display().whyUnavailable();
