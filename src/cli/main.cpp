@@ -17,6 +17,7 @@
 #include "cli/NoteCommand.h"
 #include "cli/Output.h"
 #include "cli/RestoreCommand.h"
+#include "cli/SearchCommand.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SignalCancellation.h"
@@ -43,6 +44,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<SongCommand>());
     commands.push_back(std::make_unique<SummaryCommand>());
     commands.push_back(std::make_unique<UsageCommand>());
+    commands.push_back(std::make_unique<SearchCommand>());
     commands.push_back(std::make_unique<ChangesCommand>());
     commands.push_back(std::make_unique<CompareCommand>());
     commands.push_back(std::make_unique<NoteCommand>());
