@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "BestTime.h"
 #include "M8Files.h"
 #include "content/SampleReferences.h"
 #include "core/Formatting.h"
@@ -95,18 +96,6 @@ std::size_t readEveryByte(const std::vector<fs::path>& files) {
     return total;
 }
 
-template <typename Work>
-double bestSeconds(Work work) {
-    double best = 1e9;
-    for (int run = 0; run < runs; ++run) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        best =
-            std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    return best;
-}
-
 }  // namespace
 
 int main() {
@@ -116,9 +105,10 @@ int main() {
     const auto songs = generateVersion(version);
 
     BrowseFileService::SampleUsageIndex index;
-    const double indexSeconds = bestSeconds([&] { index = BrowseFileService::sampleUsageIndex(version); });
+    const double indexSeconds =
+        bench::bestSeconds(runs, [&] { index = BrowseFileService::sampleUsageIndex(version); });
     std::size_t bytes = 0;
-    const double readSeconds = bestSeconds([&] { bytes = readEveryByte(songs); });
+    const double readSeconds = bench::bestSeconds(runs, [&] { bytes = readEveryByte(songs); });
     std::size_t usages = 0;
     for (const auto& [key, users] : index) usages += users.size();
 

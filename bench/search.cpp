@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "BestTime.h"
 #include "content/BrowseSearch.h"
 #include "core/Formatting.h"
 
@@ -100,18 +101,6 @@ std::size_t countNamesEqualTo(const std::vector<FileNode>& nodes, const std::str
     return equal;
 }
 
-template <typename Work>
-double bestSeconds(Work work) {
-    double best = 1e9;
-    for (int run = 0; run < runs; ++run) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        best =
-            std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    return best;
-}
-
 }  // namespace
 
 int main() {
@@ -119,10 +108,11 @@ int main() {
     const auto tree = generateTree(nodeCount);
 
     BrowseSearchResult result;
-    const double searchSeconds =
-        bestSeconds([&] { result = BrowseSearch::search(tree, "drum kick", BrowseSearchFilter::all); });
+    const double searchSeconds = bench::bestSeconds(
+        runs, [&] { result = BrowseSearch::search(tree, "drum kick", BrowseSearchFilter::all); });
     std::size_t equal = 0;
-    const double walkSeconds = bestSeconds([&] { equal = countNamesEqualTo(tree, "Kick 042.wav"); });
+    const double walkSeconds =
+        bench::bestSeconds(runs, [&] { equal = countNamesEqualTo(tree, "Kick 042.wav"); });
 
     std::printf(
         "tree: %s nodes; query \"drum kick\": %zu hits shown, truncated: %s (%zu equal names in the walk)\n",

@@ -1,46 +1,36 @@
 #include "content/BrowseSearchFilter.h"
 
 #include <algorithm>
+#include <cstddef>
 
 namespace tapekeep {
 
+namespace {
+
+struct FilterNames {
+    const char* raw;
+    const char* noun;
+};
+
+// In the order of the enumeration.
+constexpr FilterNames filterNames[] = {
+    {"all", "files"},        {"songs", "songs"},     {"instruments", "instruments"},
+    {"samples", "samples"},  {"themes", "themes"},   {"scales", "scales"},
+    {"bundles", "bundles"},  {"renders", "renders"}, {"unused", "unused samples"},
+    {"other", "other files"}};
+
+const FilterNames& namesOf(BrowseSearchFilter filter) {
+    return filterNames[static_cast<std::size_t>(filter)];
+}
+
+}  // namespace
+
 std::string rawValue(BrowseSearchFilter filter) {
-    switch (filter) {
-        case BrowseSearchFilter::all:
-            return "all";
-        case BrowseSearchFilter::songs:
-            return "songs";
-        case BrowseSearchFilter::instruments:
-            return "instruments";
-        case BrowseSearchFilter::samples:
-            return "samples";
-        case BrowseSearchFilter::themes:
-            return "themes";
-        case BrowseSearchFilter::scales:
-            return "scales";
-        case BrowseSearchFilter::bundles:
-            return "bundles";
-        case BrowseSearchFilter::renders:
-            return "renders";
-        case BrowseSearchFilter::unused:
-            return "unused";
-        case BrowseSearchFilter::other:
-            return "other";
-    }
-    return "all";
+    return namesOf(filter).raw;
 }
 
 std::string noun(BrowseSearchFilter filter) {
-    switch (filter) {
-        case BrowseSearchFilter::all:
-            return "files";
-        case BrowseSearchFilter::unused:
-            return "unused samples";
-        case BrowseSearchFilter::other:
-            return "other files";
-        default:
-            return rawValue(filter);
-    }
+    return namesOf(filter).noun;
 }
 
 std::optional<BrowseSearchFilter> browseSearchFilterNamed(std::string_view raw) {

@@ -23,12 +23,10 @@ std::vector<std::string> namesOf(const std::vector<FileNode>& nodes) {
 TEST(FileTreeLoaderTest, ListsFoldersFirstThenByNameWithoutCaseAndLeavesOutHiddenNamesAndLinks) {
     test::TempDir temp;
     const fs::path version = temp / "version";
-    test::writeFile(version / "b.wav", "12345");
-    test::writeFile(version / "A.wav", "1");
-    test::writeFile(version / "Songs/SONG.m8s", "song");
-    test::writeFile(version / "samples/kick.wav", "");
-    test::writeFile(version / ".Trashes/old.wav", "");
-    test::writeFile(version / ".note", "");
+    const std::pair<const char*, const char*> files[] = {{"b.wav", "12345"},         {"A.wav", "1"},
+                                                         {"Songs/SONG.m8s", "song"}, {"samples/kick.wav", ""},
+                                                         {".Trashes/old.wav", ""},   {".note", ""}};
+    for (const auto& [file, content] : files) test::writeFile(version / file, content);
     test::writeFile(temp / "outside/far.wav", "");
     fs::create_directory_symlink(temp / "outside", version / "Linked");
     fs::create_symlink(version / "b.wav", version / "c.wav");

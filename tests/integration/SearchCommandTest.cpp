@@ -13,17 +13,16 @@
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
-using test::writeFile;
 using Json = nlohmann::json;
 
 // A version in a store on disk, searched through the real CLI.
 class SearchCommandTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        writeFile(version_ / "Songs/drums.m8s", test::songWithSamples({"/Samples/Drums/Kick1.wav"}));
-        writeFile(version_ / "Samples/Drums/Kick1.wav", "RIFF");
-        writeFile(version_ / "Samples/Drums/Kick2.wav", "RIFF");
-        writeFile(version_ / "Renders/kick mix.wav", "RIFF");
+        test::writeFile(version_ / "Songs/drums.m8s", test::songWithSamples({"/Samples/Drums/Kick1.wav"}));
+        test::writeFile(version_ / "Samples/Drums/Kick1.wav", "RIFF");
+        test::writeFile(version_ / "Samples/Drums/Kick2.wav", "RIFF");
+        test::writeFile(version_ / "Renders/kick mix.wav", "RIFF");
         fs::create_directory_symlink(version_.filename(), set_ / "latest");
     }
 
@@ -80,7 +79,7 @@ TEST_F(SearchCommandTest, AnUnknownFilterIsAUsageError) {
 
 TEST_F(SearchCommandTest, MoreThanFiveHundredHitsAreCutAndSaySo) {
     for (int at = 0; at < 501; ++at)
-        writeFile(version_ / "Loops" / ("loop" + std::to_string(1000 + at) + ".wav"), "");
+        test::writeFile(version_ / "Loops" / ("loop" + std::to_string(1000 + at) + ".wav"), "");
     const auto json = search({"loop1"});
     ASSERT_EQ(json.status, 0) << json.err;
     const auto result = Json::parse(json.out);
