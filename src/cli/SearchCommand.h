@@ -9,7 +9,7 @@ class SearchCommand : public Command {
 public:
     [[nodiscard]] std::string name() const override { return "search"; }
     [[nodiscard]] std::string usage() const override {
-        return "tapekeep-cli search SET VERSION [--filter F] [QUERY...]";
+        return "tapekeep-cli search SET VERSION [--filter F] [QUERY…]";
     }
     int run(CliContext& context, Arguments arguments) override;
 };
