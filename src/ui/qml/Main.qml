@@ -24,7 +24,11 @@ ApplicationWindow {
     Shortcut { sequence: "Ctrl+3"; onActivated: Settings.mainTab = "browse" }
     Shortcut { sequence: "Ctrl+4"; onActivated: Settings.mainTab = "settings" }
 
+    menuBar: AppMenuBar {}
     header: AppHeader {}
+
+    // Closing may first ask about a running operation, and without the tray icon it quits.
+    onClosing: close => close.accepted = Lifecycle.windowCloseRequested()
 
     StackLayout {
         anchors.fill: parent
@@ -35,4 +39,6 @@ ApplicationWindow {
         ComingSoon { objectName: "browseTab"; screen: "BROWSE" }
         SettingsTab { objectName: "settingsTab" }
     }
+
+    LifecycleAlerts {}
 }

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QApplication>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+namespace tapekeep::test {
+
+// The one application object of this program, on the offscreen platform unless one is set.
+inline void startApplication() {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int argc = 1;
+    static char name[] = "tests_ui";
+    static char* argv[] = {name, nullptr};
+    static QApplication application(argc, argv);
+}
+
+// Runs the event loop until done() holds; false when it still doesn't after the limit, which only
+// keeps a failing test from hanging.
+inline bool waitFor(const std::function<bool()>& done,
+                    std::chrono::milliseconds limit = std::chrono::seconds(60)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+}  // namespace tapekeep::test
