@@ -65,12 +65,12 @@ public:
 
 class DesktopNotifierTest : public ::testing::Test {
 protected:
-    DesktopNotifierTest() { test::startApplication(); }
     ~DesktopNotifierTest() override {
         QDBusConnection::disconnectFromBus(QStringLiteral("notifier-service"));
         QDBusConnection::disconnectFromBus(QStringLiteral("notifier-client"));
     }
 
+    test::ApplicationStarted started;
     PrivateBus bus;
     std::optional<std::pair<QString, QString>> fallenBack;
     DesktopNotifier::Fallback fallback = [this](const QString& title, const QString& body) {

@@ -18,13 +18,12 @@ using test::waitFor;
 
 class MainWindowFrameKeeperTest : public ::testing::Test {
 protected:
-    MainWindowFrameKeeperTest() { test::startApplication(); }
-
     [[nodiscard]] QRect defaultFrame() const {
         return *MainWindowFrame::defaultFrame(QGuiApplication::primaryScreen()->availableGeometry());
     }
     [[nodiscard]] std::string stored() const { return store.string(MainWindowFrame::settingsKey); }
 
+    test::ApplicationStarted started;
     test::TempDir temp;
     SettingsStore store{temp / "settings.json"};
     QWindow window;

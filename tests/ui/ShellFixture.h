@@ -24,7 +24,6 @@ namespace tapekeep::test {
 class ShellFixture : public ::testing::Test {
 protected:
     ShellFixture() {
-        startApplication();
         // Card locks of this test only: test programs run side by side with the same made-up cards.
         std::filesystem::create_directories(temp / "run");
         ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
@@ -94,6 +93,7 @@ protected:
         return ejected;
     }
 
+    ApplicationStarted started;
     TempDir temp;
     SettingsStore store{temp / "settings.json"};
     AppSettings settings{store, [] { return std::optional<std::string>("/usr/bin/rsync"); }};

@@ -17,6 +17,11 @@ inline void startApplication() {
     static QApplication application(argc, argv);
 }
 
+// Declared as a fixture's first member: the application exists before the members that need it.
+struct ApplicationStarted {
+    ApplicationStarted() { startApplication(); }
+};
+
 // Runs the event loop until done() holds; false when it still doesn't after the limit, which only
 // keeps a failing test from hanging.
 inline bool waitFor(const std::function<bool()>& done,
