@@ -21,6 +21,7 @@ protected:
     DesktopSingleInstanceTest() {
         test::startApplication();
         fs::create_directories(temp / "run");
+        fs::permissions(temp / "run", fs::perms::owner_all);  // as a runtime folder is
     }
 
     void startCopy(QProcess& process) {

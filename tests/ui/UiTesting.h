@@ -14,7 +14,8 @@ inline void startApplication() {
     static int argc = 1;
     static char name[] = "tests_ui";
     static char* argv[] = {name, nullptr};
-    static QApplication application(argc, argv);
+    // Never destroyed: at exit, Qt's clean-up routines would run after statics they use are gone.
+    [[maybe_unused]] static auto* application = new QApplication(argc, argv);
 }
 
 // Declared as a fixture's first member: the application exists before the members that need it.

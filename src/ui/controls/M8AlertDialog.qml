@@ -72,32 +72,38 @@ Popup {
             font.family: Theme.fontFamily
             font.pointSize: Theme.fontSize(11)
         }
-        Row {
+        Item {
             objectName: "alertSuppression"
             visible: alert.suppression !== ""
-            spacing: 8
-            Rectangle {
-                width: 14; height: 14; radius: 2
-                anchors.verticalCenter: parent.verticalCenter
-                color: alert.suppressed ? Theme.accent : "transparent"
-                border.color: alert.suppressed ? Theme.accent : Theme.palette.border1
-                Text {
-                    anchors.centerIn: parent
-                    visible: alert.suppressed
-                    text: "\u2713"
-                    color: Theme.palette.bg0
-                    font.pointSize: Theme.fontSize(9)
-                }
-            }
-            Text {
-                text: alert.suppression
-                color: Theme.palette.ink1
-                font.family: Theme.fontFamily
-                font.pointSize: Theme.fontSize(11)
-            }
+            implicitWidth: suppressionRow.implicitWidth
+            implicitHeight: suppressionRow.implicitHeight
             Accessible.role: Accessible.CheckBox
             Accessible.name: alert.suppression
             Accessible.checked: alert.suppressed
+
+            Row {
+                id: suppressionRow
+                spacing: 8
+                Rectangle {
+                    width: 14; height: 14; radius: 2
+                    anchors.verticalCenter: parent.verticalCenter
+                    color: alert.suppressed ? Theme.accent : "transparent"
+                    border.color: alert.suppressed ? Theme.accent : Theme.palette.border1
+                    Text {
+                        anchors.centerIn: parent
+                        visible: alert.suppressed
+                        text: "\u2713"
+                        color: Theme.palette.bg0
+                        font.pointSize: Theme.fontSize(9)
+                    }
+                }
+                Text {
+                    text: alert.suppression
+                    color: Theme.palette.ink1
+                    font.family: Theme.fontFamily
+                    font.pointSize: Theme.fontSize(11)
+                }
+            }
             MouseArea {
                 anchors.fill: parent
                 cursorShape: Qt.PointingHandCursor
