@@ -65,6 +65,9 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     }
     store_ = std::make_unique<SettingsStore>(options_.settingsFile.value_or(UserFolders::settingsFile()));
     settings_ = std::make_unique<AppSettings>(*store_);
+    // The autostart entry follows the switch.
+    connect(settings_.get(), &AppSettings::launchOnLoginChanged, settings_.get(),
+            &AppSettings::applyLaunchOnLogin);
     theme_ = std::make_unique<M8Theme>(*settings_, desktopIsDark);
     sounds_ = std::make_unique<CanberraSoundPlayer>();
     notifier_ = std::make_unique<DesktopNotifier>(QDBusConnection::sessionBus(),
@@ -80,19 +83,18 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     dependencies.feedback = feedback_.get();
     backup_ = std::make_unique<BackupViewModel>(*settings_, std::move(dependencies));
     createShell();
-    registerQmlTypes();
 }
 
 DesktopApplication::~DesktopApplication() {
     engine_.reset();  // the window goes before the objects it shows
 }
 
-void DesktopApplication::registerQmlTypes() {
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Theme", theme_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Settings", settings_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Backup", backup_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Lifecycle", lifecycle_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Updater", updater_.get());
+void DesktopApplication::provideToQml(QmlEngineHost& engine) {
+    engine.provide("Theme", theme_.get());
+    engine.provide("Settings", settings_.get());
+    engine.provide("Backup", backup_.get());
+    engine.provide("Lifecycle", lifecycle_.get());
+    engine.provide("Updater", updater_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the
@@ -129,6 +131,7 @@ void DesktopApplication::bringForward() {
 
 bool DesktopApplication::showWindow() {
     engine_ = std::make_unique<QmlEngineHost>();
+    provideToQml(*engine_);
     engine_->load(QUrl(QStringLiteral("qrc:/qt/qml/Tapekeep/Main.qml")));
     if (engine_->rootObjects().isEmpty()) {
         std::cerr << "tapekeep: the main window could not be loaded\n";

@@ -53,7 +53,7 @@ public:
     void bringForward();
 
 private:
-    void registerQmlTypes();
+    void provideToQml(QmlEngineHost& engine);
     void createShell();
     void startShell();
 

@@ -51,6 +51,10 @@ public:
     // times the scale's factor, to the nearest half point, halves away from zero.
     Q_INVOKABLE [[nodiscard]] double fontSize(double baseSize) const;
     [[nodiscard]] static double scaledSize(double baseSize, double factor);
+    // The same for QML, where the factor is passed so that a binding follows the scale's changes.
+    Q_INVOKABLE [[nodiscard]] double sizeAt(double baseSize, double factor) const {
+        return scaledSize(baseSize, factor);
+    }
     [[nodiscard]] static double scaleFactorOf(const QString& scale);  // unknown scales are "md"
 
     // The desktop's colours changed; the "system" appearance may follow.

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <QApplication>
+#include <QCoreApplication>
+
+#include "GuiTestApplication.h"
 
 #include <chrono>
 #include <functional>
@@ -8,14 +10,9 @@
 
 namespace tapekeep::test {
 
-// The one application object of this program, on the offscreen platform unless one is set.
+// The test program's one application object.
 inline void startApplication() {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
-    static int argc = 1;
-    static char name[] = "tests_ui";
-    static char* argv[] = {name, nullptr};
-    // Never destroyed: at exit, Qt's clean-up routines would run after statics they use are gone.
-    [[maybe_unused]] static auto* application = new QApplication(argc, argv);
+    ensureGuiApplication();
 }
 
 // Declared as a fixture's first member: the application exists before the members that need it.

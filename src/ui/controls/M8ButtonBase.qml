@@ -57,7 +57,7 @@ Control {
         text: (control.systemImage ? M8Symbols.glyph(control.systemImage) + " " : "") + control.title
         color: control.ink
         font.family: Theme.monoFamily
-        font.pointSize: Theme.fontSize(control.baseTextSize)
+        font.pointSize: M8Type.size(control.baseTextSize)
         font.weight: Font.DemiBold
         font.letterSpacing: 1
         horizontalAlignment: Text.AlignHCenter

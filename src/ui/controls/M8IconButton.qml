@@ -11,7 +11,7 @@ M8ButtonBase {
     contentItem: Text {
         text: M8Symbols.glyph(control.icon)
         color: control.ink
-        font.pointSize: Theme.fontSize(control.baseTextSize + 2)
+        font.pointSize: M8Type.size(control.baseTextSize + 2)
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
     }

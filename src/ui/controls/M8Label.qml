@@ -11,6 +11,6 @@ Text {
     textFormat: prefix ? Text.StyledText : Text.PlainText
     color: Theme.palette.ink2
     font.family: Theme.monoFamily
-    font.pointSize: Theme.fontSize(baseSize)
+    font.pointSize: M8Type.size(baseSize)
     font.letterSpacing: 1.2
 }

@@ -28,7 +28,7 @@ Rectangle {
             text: "TAPEKEEP"
             color: Theme.accent
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(15)
+            font.pointSize: M8Type.size(15)
             font.weight: Font.Bold
             font.letterSpacing: 3
         }
@@ -54,7 +54,7 @@ Rectangle {
                     text: header.chipText
                     color: Theme.palette.ink1
                     font.family: Theme.monoFamily
-                    font.pointSize: Theme.fontSize(9)
+                    font.pointSize: M8Type.size(9)
                     font.letterSpacing: 1
                 }
             }

@@ -18,7 +18,7 @@ Rectangle {
             text: "Coming soon"
             color: Theme.palette.ink1
             font.family: Theme.fontFamily
-            font.pointSize: Theme.fontSize(18)
+            font.pointSize: M8Type.size(18)
         }
     }
 }

@@ -30,8 +30,20 @@ ApplicationWindow {
     // Closing may first ask about a running operation, and without the tray icon it quits.
     onClosing: close => close.accepted = Lifecycle.windowCloseRequested()
 
+    // A settings file that cannot take changes is shown on every screen, not only in SETTINGS.
+    SettingsStoreProblem {
+        id: storeProblem
+        objectName: "storeProblemBanner"
+        visible: problem !== "" && Settings.mainTab !== "settings"  // SETTINGS shows it in place
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.margins: visible ? 8 : 0
+    }
+
     StackLayout {
         anchors.fill: parent
+        anchors.topMargin: storeProblem.visible ? storeProblem.height + 16 : 0
         currentIndex: Math.max(0, window.tabOrder.indexOf(Settings.mainTab))
 
         BackupTab { objectName: "backupTab" }

@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include <QMetaProperty>
+#include <QQuickItem>
+#include <QQuickWindow>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "CliProcess.h"
+#include "DesktopSession.h"
+#include "FrameClock.h"
+#include "RsyncScripts.h"
+#include "TempDir.h"
+#include "app/AppSettings.h"
+#include "ui/DesktopApplication.h"
+#include "ui/M8Palette.h"
+#include "ui/M8Theme.h"
+#include "workflows/BackupViewModel.h"
+
+namespace tapekeep::test {
+namespace {
+namespace fs = std::filesystem;
+
+class DesktopWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (auto why = DesktopSession::unavailable()) GTEST_SKIP() << "no virtual display: " << *why;
+    }
+
+    static CardState stateOf(DesktopSession& session, const SDCard& card) {
+        return session.app().backup().cardState(card.diskUtilUUID);
+    }
+};
+
+// The name of the palette's colour that equals `colour`, or null.
+const char* paletteFieldOf(const QColor& colour, const M8Palette& palette) {
+    const QMetaObject& meta = M8Palette::staticMetaObject;
+    for (int index = meta.propertyOffset(); index < meta.propertyCount(); ++index)
+        if (meta.property(index).readOnGadget(&palette).value<QColor>() == colour)
+            return meta.property(index).name();
+    return nullptr;
+}
+
+QColor paletteColour(const M8Palette& palette, const char* field) {
+    const QMetaObject& meta = M8Palette::staticMetaObject;
+    return meta.property(meta.indexOfProperty(field)).readOnGadget(&palette).value<QColor>();
+}
+
+// The accent's colour where the current tab's underline is drawn.
+QColor underlineColour(DesktopSession& session) {
+    QQuickItem* tab = session.item("tab_settings");
+    if (tab == nullptr) return {};
+    const QPointF point = tab->mapToScene(QPointF(tab->width() / 2, tab->height() - 1));
+    const qreal ratio = session.window().devicePixelRatio();
+    return session.grab().pixelColor(static_cast<int>(point.x() * ratio),
+                                     static_cast<int>(point.y() * ratio));
+}
+
+// How wide the word mark is drawn: the columns of the header that hold the accent colour.
+int wordMarkWidth(DesktopSession& session) {
+    QQuickItem* mark = session.item("wordMark");
+    if (mark == nullptr) return 0;
+    const QImage image = session.grab();
+    const QColor accent = session.app().theme().accent();
+    const QRectF area = mark->mapRectToScene(QRectF(0, 0, mark->width(), mark->height()));
+    int first = -1, last = -1;
+    for (int x = 0; x < image.width() && x < 600; ++x)
+        for (int y = static_cast<int>(area.top()); y < static_cast<int>(area.bottom()) && y < image.height();
+             ++y)
+            if (image.pixelColor(x, y) == accent) {
+                if (first < 0) first = x;
+                last = x;
+                break;
+            }
+    return first < 0 ? 0 : last - first + 1;
+}
+
+TEST_F(DesktopWindowTest, ShowsTheDemoCardIdleInOptionsRunningAndAfterSuccess) {
+    TempDir tools;
+    DesktopSession session(gatedRsync(tools.path()));
+    const SDCard card = session.demoCard();
+    BackupViewModel& backup = session.app().backup();
+
+    ASSERT_TRUE(session.waitFor([&] { return backup.cardFreshness(card.diskUtilUUID).has_value(); }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("NO BACKUP YET"); }));
+    session.settle();
+    session.screenshot("backup-idle");
+    EXPECT_TRUE(session.shows("M8DEMO"));
+    EXPECT_TRUE(session.shows("BACK UP"));
+    EXPECT_TRUE(session.shows("CONNECTED \u2022 READY"));
+
+    backup.prepareBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return backup.folderSizesLoaded(card.diskUtilUUID); }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("START"); }));
+    session.settle();
+    session.screenshot("backup-options");
+    EXPECT_TRUE(session.shows("Songs"));
+
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return fs::exists(tools / "started"); }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("CANCEL"); }));
+    session.settle();
+    session.screenshot("backup-running");
+    EXPECT_EQ(stateOf(session, card).kind, CardState::Kind::running);
+
+    writeFile(tools / "gate", "");
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::success; }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("UP TO DATE"); }));
+    session.settle();
+    session.screenshot("backup-success");
+    EXPECT_TRUE(session.shows(QString::fromStdString(stateOf(session, card).message)));
+    EXPECT_TRUE(session.shows("SHOW LOG"));
+}
+
+TEST_F(DesktopWindowTest, SettingsRepaintTheRenderedWindowWithoutARestart) {
+    DesktopSession session;
+    AppSettings& settings = session.app().settings();
+    settings.setMainTab("settings");
+    settings.setAppearance("dark");
+    session.settle();
+    session.screenshot("settings-dark");
+    const QColor darkCorner = session.grab().pixelColor(2, session.grab().height() - 2);
+    const char* field = paletteFieldOf(darkCorner, M8Palette::dark());
+    ASSERT_NE(field, nullptr) << "the window is drawn in the dark palette";
+
+    settings.setAppearance("light");
+    session.settle();
+    session.screenshot("settings-light");
+    EXPECT_EQ(session.grab().pixelColor(2, session.grab().height() - 2),
+              paletteColour(M8Palette::light(), field))
+        << "the same surface in the light palette (" << field << ")";
+
+    settings.setM8Accent("pink");
+    session.settle();
+    EXPECT_EQ(underlineColour(session), QColor(0xFF3A82));
+    settings.setM8Accent("lime");
+    session.settle();
+    EXPECT_EQ(underlineColour(session), QColor(0xB8FF3A));
+
+    settings.setM8TypeScale("md");
+    session.settle();
+    const int regular = wordMarkWidth(session);
+    settings.setM8TypeScale("xl");
+    session.settle();
+    const int large = wordMarkWidth(session);
+    EXPECT_GT(regular, 0);
+    EXPECT_GT(large, regular * 11 / 10)
+        << "the word mark grows with the type scale (" << regular << " to " << large << " pixels)";
+}
+
+TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLine) {
+    TempDir tools;
+    DesktopSession session(gatedRsync(tools.path()));
+    const SDCard card = session.demoCard();
+    BackupViewModel& backup = session.app().backup();
+
+    // The window holds the card: the command line is refused and leaves the run alone.
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return fs::exists(tools / "started"); }));
+    const CliResult refused = runCli(session.home(), {"--demo", "backup", "M8DEMO"});
+    EXPECT_NE(refused.status, 0);
+    EXPECT_NE(refused.err.find("backup in progress on this card"), std::string::npos) << refused.err;
+    writeFile(tools / "gate", "");
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::success; }));
+
+    // The command line holds the card: the window is refused with the same words.
+    fs::remove(tools / "gate");
+    fs::remove(tools / "started");
+    CliProcess cli(session.home(),
+                   {"--demo", "--rsync", (tools / "rsync-gated").string(), "backup", "M8DEMO"});
+    ASSERT_TRUE(session.waitFor([&] { return fs::exists(tools / "started"); }));
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::failed; }));
+    EXPECT_EQ(stateOf(session, card).message, "Cannot start backup — backup in progress on this card.");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("backup in progress on this card"); }));
+    session.screenshot("backup-refused");
+    writeFile(tools / "gate", "");
+    EXPECT_EQ(cli.waitAtMost(std::chrono::seconds(60)), 0) << cli.err();
+}
+
+// The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames
+// is reported (bench/desktop_frames records it against its goal).
+TEST_F(DesktopWindowTest, TheWindowKeepsDrawingWhileABackupPrintsAHundredThousandLines) {
+    TempDir tools;
+    DesktopSession session(chattyRsync(tools.path(), 100'000));
+    const SDCard card = session.demoCard();
+    BackupViewModel& backup = session.app().backup();
+    ASSERT_TRUE(session.waitFor([&] { return backup.cardFreshness(card.diskUtilUUID).has_value(); }));
+
+    FrameClock clock(session.window());
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::success; }))
+        << stateOf(session, card).message;
+    clock.stop();
+
+    const auto log = backup.cardLog(card.diskUtilUUID);
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const std::string& line) {
+        return line.find("loop100000.wav") != std::string::npos;
+    })) << "the last of the lines reached the card's log";
+    EXPECT_GT(clock.frames(), 10U) << "the window went on drawing during the run";
+    RecordProperty("worstFrameIntervalMs", static_cast<int>(clock.worstInterval().count()));
+    std::printf("worst frame interval during 100,000 lines: %lld ms over %zu frames\n",
+                static_cast<long long>(clock.worstInterval().count()), clock.frames());
+}
+
+}  // namespace
+}  // namespace tapekeep::test
