@@ -1,12 +1,8 @@
 #pragma once
 
-#include <QCoreApplication>
-
 #include "GuiTestApplication.h"
 
-#include <chrono>
 #include <functional>
-#include <thread>
 
 namespace tapekeep::test {
 
@@ -20,17 +16,9 @@ struct ApplicationStarted {
     ApplicationStarted() { startApplication(); }
 };
 
-// Runs the event loop until done() holds; false when it still doesn't after the limit, which only
-// keeps a failing test from hanging.
-inline bool waitFor(const std::function<bool()>& done,
-                    std::chrono::milliseconds limit = std::chrono::seconds(60)) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+// Runs the event loop until done() holds; false after the guard of processEventsUntil.
+inline bool waitFor(const std::function<bool()>& done) {
+    return processEventsUntil(done);
 }
 
 }  // namespace tapekeep::test
