@@ -1,11 +1,13 @@
 // tapekeep: the desktop application.
 
 #include <QApplication>
+#include <QProcessEnvironment>
 #include <QQuickStyle>
 
 #include <cstring>
 #include <iostream>
 
+#include "app/SingleInstanceGuard.h"
 #include "core/Error.h"
 #include "ui/DesktopApplication.h"
 
@@ -39,7 +41,15 @@ int main(int argc, char** argv) {
     // The M8 controls draw themselves; the Basic style only supplies the templates' behaviour.
     QQuickStyle::setStyle(QStringLiteral("Basic"));
     try {
+        // Start-up step 1: one copy per user. A later copy brings the running one forward and ends.
+        const auto guard = tapekeep::SingleInstanceGuard::enforce(QProcessEnvironment::systemEnvironment());
+        if (!guard) {
+            std::cout << "Tapekeep is already running; its window was brought forward.\n";
+            return 0;
+        }
         tapekeep::DesktopApplication desktop(options);
+        QObject::connect(guard.get(), &tapekeep::SingleInstanceGuard::activateRequested, &desktop,
+                         &tapekeep::DesktopApplication::bringForward);
         if (!desktop.showWindow()) return 1;
         return QApplication::exec();
     } catch (const std::exception& error) {

@@ -1,18 +1,30 @@
 #include "ui/DesktopApplication.h"
 
+#include <QApplication>
+#include <QDBusConnection>
 #include <QGuiApplication>
 #include <QPalette>
 #include <QQmlEngine>
+#include <QQuickWindow>
+#include <QTimer>
 
 #include <iostream>
 
 #include "app/AppSettings.h"
+#include "app/LaunchTasks.h"
 #include "backup/RsyncLogStore.h"
 #include "cards/DemoCard.h"
 #include "core/SettingsStore.h"
 #include "platform/UserFolders.h"
+#include "ui/AppLifecycle.h"
+#include "ui/CanberraSoundPlayer.h"
+#include "ui/DesktopFeedback.h"
+#include "ui/DesktopNotifier.h"
 #include "ui/M8Theme.h"
+#include "ui/MainWindowFrameKeeper.h"
 #include "ui/QmlEngineHost.h"
+#include "ui/StatusBarController.h"
+#include "ui/UpdaterController.h"
 #include "workflows/BackupViewModel.h"
 
 namespace tapekeep {
@@ -46,7 +58,7 @@ BackupViewModel::Dependencies backupDependencies(const std::optional<std::filesy
 
 DesktopApplication::DesktopApplication(Options options, QObject* parent)
     : QObject(parent), options_(std::move(options)) {
-    RsyncLogStore::shared().prune(30);
+    RsyncLogStore::shared().prune(30);  // start-up step 2, after the single-instance guard
     if (options_.demo) {
         demoRoot_ = DemoCard::demoRoot();
         DemoCard::ensureCreated(*demoRoot_);
@@ -57,7 +69,20 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     connect(settings_.get(), &AppSettings::launchOnLoginChanged, settings_.get(),
             &AppSettings::applyLaunchOnLogin);
     theme_ = std::make_unique<M8Theme>(*settings_, desktopIsDark);
-    backup_ = std::make_unique<BackupViewModel>(*settings_, backupDependencies(demoRoot_, *store_));
+    sounds_ = std::make_unique<CanberraSoundPlayer>();
+    notifier_ = std::make_unique<DesktopNotifier>(QDBusConnection::sessionBus(),
+                                                  [this](const QString& title, const QString& body) {
+                                                      if (statusBar_) statusBar_->showMessage(title, body);
+                                                  });
+    feedback_ = std::make_unique<DesktopFeedback>(DesktopFeedback::Outlets{
+        [this](const std::string& title, const std::string& body) {
+            notifier_->notify(QString::fromStdString(title), QString::fromStdString(body));
+        },
+        [this](const std::string& eventId) { sounds_->play(eventId); }});
+    auto dependencies = backupDependencies(demoRoot_, *store_);
+    dependencies.feedback = feedback_.get();
+    backup_ = std::make_unique<BackupViewModel>(*settings_, std::move(dependencies));
+    createShell();
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -68,6 +93,40 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Theme", theme_.get());
     engine.provide("Settings", settings_.get());
     engine.provide("Backup", backup_.get());
+    engine.provide("Lifecycle", lifecycle_.get());
+    engine.provide("Updater", updater_.get());
+}
+
+// The application ends when the lifecycle says so, not when its last window closes: closing the
+// window may hide it (the tray icon staying) or first ask about the running operation or the cards.
+void DesktopApplication::createShell() {
+    lifecycle_ = std::make_unique<AppLifecycle>(*settings_, *backup_);
+    updater_ = std::make_unique<UpdaterController>();
+    statusBar_ = std::make_unique<StatusBarController>(*settings_, *backup_, *lifecycle_);
+    launchTasks_ = std::make_unique<LaunchTasks>();
+    QApplication::setQuitOnLastWindowClosed(false);
+    connect(lifecycle_.get(), &AppLifecycle::quitApproved, qApp, &QCoreApplication::quit,
+            Qt::QueuedConnection);
+    connect(statusBar_.get(), &StatusBarController::openMainWindowRequested, this,
+            &DesktopApplication::bringForward);
+}
+
+// The frame is restored as soon as the window exists. The launch tasks start on the event loop's
+// first turn, when the window has been shown.
+void DesktopApplication::startShell() {
+    if (auto* quickWindow = qobject_cast<QQuickWindow*>(window()))
+        frameKeeper_ = std::make_unique<MainWindowFrameKeeper>(*store_, *quickWindow);
+    QTimer::singleShot(0, this, [this] { launchTasks_->start(); });
+}
+
+void DesktopApplication::bringForward() {
+    auto* quickWindow = qobject_cast<QQuickWindow*>(window());
+    if (!quickWindow) return;
+    quickWindow->show();
+    if (quickWindow->windowStates() & Qt::WindowMinimized)
+        quickWindow->setWindowStates(quickWindow->windowStates() & ~Qt::WindowMinimized);
+    quickWindow->raise();
+    quickWindow->requestActivate();
 }
 
 bool DesktopApplication::showWindow() {
@@ -78,6 +137,7 @@ bool DesktopApplication::showWindow() {
         std::cerr << "tapekeep: the main window could not be loaded\n";
         return false;
     }
+    startShell();
     backup_->startObserving();
     backup_->scanForCards();
     return true;

@@ -8,14 +8,25 @@
 
 namespace tapekeep {
 
+class AppLifecycle;
 class AppSettings;
 class BackupViewModel;
+class CanberraSoundPlayer;
+class DesktopFeedback;
+class DesktopNotifier;
+class LaunchTasks;
 class M8Theme;
+class MainWindowFrameKeeper;
 class SettingsStore;
+class StatusBarController;
 class QmlEngineHost;
+class UpdaterController;
 
-// The desktop application's objects in their start-up order: the log pruning, the settings with
-// their repairs, the theme, the controllers, and then the window. GUI thread only; one per process.
+// The desktop application's objects in their start-up order (the single-instance guard comes before,
+// in main): the log pruning, the settings with their repairs, the theme, the controllers with the
+// shell's own (notifications and sound, the close and quit decisions, the tray icon, the updater),
+// and then the window, after whose first appearance the launch tasks run. GUI thread only; one per
+// process.
 class DesktopApplication : public QObject {
     Q_OBJECT
 
@@ -35,16 +46,31 @@ public:
     [[nodiscard]] M8Theme& theme() { return *theme_; }
     [[nodiscard]] BackupViewModel& backup() { return *backup_; }
     [[nodiscard]] QObject* window() const;
+    [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
+
+    // Shows the main window and brings it in front of the others: another copy asked for it, or
+    // the tray icon did.
+    void bringForward();
 
 private:
     void provideToQml(QmlEngineHost& engine);
+    void createShell();
+    void startShell();
 
     Options options_;
     std::optional<std::filesystem::path> demoRoot_;
     std::unique_ptr<SettingsStore> store_;
     std::unique_ptr<AppSettings> settings_;
     std::unique_ptr<M8Theme> theme_;
+    std::unique_ptr<CanberraSoundPlayer> sounds_;
+    std::unique_ptr<DesktopNotifier> notifier_;
+    std::unique_ptr<DesktopFeedback> feedback_;  // before the controller that reports to it
     std::unique_ptr<BackupViewModel> backup_;
+    std::unique_ptr<AppLifecycle> lifecycle_;
+    std::unique_ptr<UpdaterController> updater_;
+    std::unique_ptr<StatusBarController> statusBar_;
+    std::unique_ptr<MainWindowFrameKeeper> frameKeeper_;
+    std::unique_ptr<LaunchTasks> launchTasks_;
     std::unique_ptr<QmlEngineHost> engine_;
 };
 

@@ -1,8 +1,8 @@
 #include "GuiTestApplication.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QGuiApplication>
 #include <QQuickWindow>
 
 #include <gtest/gtest.h>
@@ -21,12 +21,12 @@ public:
         static int argc = 1;
         static char name[] = "tests_ui";
         static char* argv[] = {name, nullptr};
-        application_ = std::make_unique<QGuiApplication>(argc, argv);
+        application_ = std::make_unique<QApplication>(argc, argv);
     }
     void TearDown() override { application_.reset(); }
 
 private:
-    std::unique_ptr<QGuiApplication> application_;
+    std::unique_ptr<QApplication> application_;
 };
 
 }  // namespace

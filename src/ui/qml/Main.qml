@@ -24,7 +24,11 @@ ApplicationWindow {
     Shortcut { sequence: "Ctrl+3"; onActivated: Settings.mainTab = "browse" }
     Shortcut { sequence: "Ctrl+4"; onActivated: Settings.mainTab = "settings" }
 
+    menuBar: AppMenuBar {}
     header: AppHeader {}
+
+    // Closing may first ask about a running operation, and without the tray icon it quits.
+    onClosing: close => close.accepted = Lifecycle.windowCloseRequested()
 
     // A settings file that cannot take changes is shown on every screen, not only in SETTINGS.
     SettingsStoreProblem {
@@ -47,4 +51,6 @@ ApplicationWindow {
         ComingSoon { objectName: "browseTab"; screen: "BROWSE" }
         SettingsTab { objectName: "settingsTab" }
     }
+
+    LifecycleAlerts {}
 }
