@@ -11,7 +11,7 @@ packages=(
   qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-templates
   qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtquick-dialogs
   qml6-module-qtqml-workerscript qml6-module-qt-labs-platform qml6-module-qtquick-shapes qt6-qpa-plugins
-  libcanberra-dev fonts-jetbrains-mono fonts-inter xvfb xauth libgl1-mesa-dri
+  libcanberra-dev fonts-jetbrains-mono fonts-inter xvfb xauth libgl1-mesa-dri dbus-daemon
 )
 
 missing=()
