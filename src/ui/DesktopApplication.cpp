@@ -11,6 +11,7 @@
 #include "cards/DemoCard.h"
 #include "core/SettingsStore.h"
 #include "platform/UserFolders.h"
+#include "ui/CardListModel.h"
 #include "ui/M8Theme.h"
 #include "ui/QmlEngineHost.h"
 #include "workflows/BackupViewModel.h"
@@ -55,6 +56,7 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     settings_ = std::make_unique<AppSettings>(*store_);
     theme_ = std::make_unique<M8Theme>(*settings_, desktopIsDark);
     backup_ = std::make_unique<BackupViewModel>(*settings_, backupDependencies(demoRoot_, *store_));
+    cards_ = std::make_unique<CardListModel>(*backup_);
     registerQmlTypes();
 }
 
@@ -66,6 +68,7 @@ void DesktopApplication::registerQmlTypes() {
     qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Theme", theme_.get());
     qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Settings", settings_.get());
     qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Backup", backup_.get());
+    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Cards", cards_.get());
 }
 
 bool DesktopApplication::showWindow() {

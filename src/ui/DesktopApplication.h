@@ -10,6 +10,7 @@ namespace tapekeep {
 
 class AppSettings;
 class BackupViewModel;
+class CardListModel;
 class M8Theme;
 class SettingsStore;
 class QmlEngineHost;
@@ -45,6 +46,7 @@ private:
     std::unique_ptr<AppSettings> settings_;
     std::unique_ptr<M8Theme> theme_;
     std::unique_ptr<BackupViewModel> backup_;
+    std::unique_ptr<CardListModel> cards_;  // the BACKUP screen's tiles
     std::unique_ptr<QmlEngineHost> engine_;
 };
 

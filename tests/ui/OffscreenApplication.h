@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+
+namespace tapekeep::test {
+
+// The interface's tests need a GUI application and an event loop, and no display: one application
+// per program, on the offscreen platform unless the environment names another.
+inline void startOffscreenApplication() {
+    if (QCoreApplication::instance() != nullptr) return;
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int argc = 1;
+    static char name[] = "tests_ui";
+    static char* argv[] = {name, nullptr};
+    static QGuiApplication application(argc, argv);
+}
+
+}  // namespace tapekeep::test
