@@ -22,6 +22,7 @@ class BackupControllerFixture : public ::testing::Test {
 protected:
     BackupControllerFixture() {
         std::filesystem::create_directories(temp / "run");
+        std::filesystem::permissions(temp / "run", std::filesystem::perms::owner_all);
         ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
         startOffscreenApplication();
         settings.setBackupBaseDirPath(QString::fromStdString((temp / "backups").string()));

@@ -60,11 +60,17 @@ protected:
     QQuickView view;
 };
 
-TEST_F(BackupTabTest, ATileShowsItsCardsNameStateAndFreshness) {
+TEST_F(BackupTabTest, TheScreenShowsWhatTheScanFoundAndEachCardsNameStateAndFreshness) {
     ASSERT_TRUE(showTab());
     QQuickItem* root = view.rootObject();
     EXPECT_TRUE(shows(root, "noCardPanel"));
     EXPECT_EQ(textOf(root, "noCardTitle"), "NO CARD");
+
+    test::writeFile(temp / "volumes/PHOTOS/holiday.jpg", "not a song");  // a disk that is no M8 card
+    volumes.add(temp / "volumes/PHOTOS", "76FA-7D45-0000-0F07");
+    scan(backup);
+    EXPECT_TRUE(waitFor([&] { return shows(root, "scanSummary"); }));
+    EXPECT_EQ(textOf(root, "scanSummary"), "1 volume examined, 1 excluded: no M8 card among them.");
 
     const SDCard card = addCard("M8CARD", "76FA-7D45-0000-00C1");
     scan(backup);

@@ -35,7 +35,7 @@ ColumnLayout {
         }
         M8GhostButton {
             objectName: "showLogButton"
-            title: "SHOW LOG"
+            title: area.tile.showingLog ? "HIDE LOG" : "SHOW LOG"
             size: "small"
             action: function() { area.tile.showingLog = !area.tile.showingLog }
         }

@@ -90,7 +90,7 @@ FocusScope {
                 objectName: "destination"
                 Layout.fillWidth: true
                 text: sheet.tile.destinationOverride !== "" ? sheet.tile.destinationOverride
-                                                           : Settings.backupBaseDirPath
+                    : Settings.backupBaseDirPath !== "" ? Settings.backupBaseDirPath : "Usual backup folder"
                 color: sheet.tile.destinationOverride !== "" ? Theme.accent : Theme.palette.ink1
                 font.family: Theme.monoFamily
                 font.pointSize: Theme.fontSize(10)

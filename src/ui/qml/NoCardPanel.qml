@@ -32,18 +32,17 @@ Item {
             }
             M8Prompt {
                 Layout.fillWidth: true
-                text: "Connect the M8 by USB and put it in USB Drive Mode: on the M8, open the "
-                      + "SYSTEM screen and choose USB DRIVE MODE. Its card mounts as a drive and "
-                      + "shows here."
+                text: "Connect the M8 by USB and put it in USB Drive Mode. Its card then mounts "
+                      + "as a drive and shows here."
             }
             Text {
                 objectName: "scanSummary"
                 Layout.fillWidth: true
                 visible: panel.examinedSome
                 text: panel.examinedSome
-                      ? "Examined " + panel.status.examinedCount
+                      ? panel.status.examinedCount
                         + (panel.status.examinedCount === 1 ? " volume" : " volumes")
-                        + ", excluded " + panel.status.excludedCount + ": none is an M8 card."
+                        + " examined, " + panel.status.excludedCount + " excluded: no M8 card among them."
                       : ""
                 color: Theme.palette.warn
                 font.family: Theme.monoFamily
