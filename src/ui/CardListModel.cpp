@@ -3,7 +3,7 @@
 #include <QUrl>
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 
 #include "core/Formatting.h"
 #include "ui/CardLogModel.h"
@@ -28,6 +28,137 @@ QString rawState(const CardState& state) {
 bool isFinished(CardState::Kind kind) {
     return kind == CardState::Kind::success || kind == CardState::Kind::failed;
 }
+
+int secondsLeft(const CardState& state) {
+    if (state.kind != CardState::Kind::autoBackupCountdown) return 0;
+    return CardTileValues::secondsLeft(Clock::now(), state.end);
+}
+
+// How each role is named in QML and read for one card.
+struct RoleReader {
+    CardListModel::Role role;
+    const char* name;
+    QVariant (*read)(const CardListModel& model, const std::string& uuid, const SDCard& card);
+};
+
+const BackupViewModel& controller(const CardListModel& model) {
+    return model.backup();
+}
+
+const std::array<RoleReader, 28> roleReaders{{
+    {CardListModel::UuidRole, "uuid",
+     [](const CardListModel&, const std::string& uuid, const SDCard&) -> QVariant { return text(uuid); }},
+    {CardListModel::VolumeNameRole, "volumeName",
+     [](const CardListModel&, const std::string&, const SDCard& card) -> QVariant {
+         return text(card.volumeName);
+     }},
+    {CardListModel::ShortUuidRole, "shortUuid",
+     [](const CardListModel&, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::shortUuid(uuid);
+     }},
+    {CardListModel::MountPathRole, "mountPath",
+     [](const CardListModel&, const std::string&, const SDCard& card) -> QVariant {
+         return text(card.mountPath.string());
+     }},
+    // "state" is every item's own property in QML.
+    {CardListModel::StateRole, "cardState",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return rawState(controller(model).cardState(uuid));
+     }},
+    {CardListModel::StateMessageRole, "stateMessage",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return text(controller(model).cardState(uuid).message);
+     }},
+    {CardListModel::SecondsLeftRole, "secondsLeft",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return secondsLeft(controller(model).cardState(uuid));
+     }},
+    {CardListModel::ProgressRole, "progress",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::fraction(controller(model).cardProgress(uuid));
+     }},
+    {CardListModel::PercentRole, "percent",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::percent(controller(model).cardProgress(uuid));
+     }},
+    {CardListModel::FilesRemainingRole, "filesRemaining",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return QmlValues::optionalNumber(controller(model).cardFilesRemaining(uuid));
+     }},
+    {CardListModel::StartTimeRole, "startTime",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::epochMilliseconds(controller(model).cardStartTime(uuid));
+     }},
+    {CardListModel::ElapsedRole, "elapsed",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return model.elapsedText(uuid);
+     }},
+    {CardListModel::RecentLogRole, "recentLog",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::lastLines(controller(model).cardLog(uuid), CardListModel::recentLogLines);
+     }},
+    {CardListModel::LogLineCountRole, "logLineCount",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return static_cast<int>(controller(model).cardLog(uuid).size());
+     }},
+    {CardListModel::ContentSummaryRole, "contentSummary",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::contentRows(controller(model).cardContentSummary(uuid));
+     }},
+    {CardListModel::ContentLabelRole, "contentLabel",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return text(controller(model).cardContentLabel(uuid).value_or(""));
+     }},
+    {CardListModel::FreshnessRole, "freshness",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::freshnessLabel(controller(model).cardFreshness(uuid));
+     }},
+    {CardListModel::FreshnessKindRole, "freshnessKind",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::freshnessKind(controller(model).cardFreshness(uuid));
+     }},
+    {CardListModel::DiffSummaryRole, "diffSummary",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::diffRows(controller(model).cardDiffSummary(uuid));
+     }},
+    {CardListModel::DiffLoadingRole, "diffLoading",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return controller(model).isDiffLoading(uuid);
+     }},
+    {CardListModel::VersionsRole, "versions",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return controller(model).cardBackupInfo(uuid).value_or(BackupInfo{}).versions;
+     }},
+    {CardListModel::TotalSizeRole, "totalSize",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::sizeText(
+             controller(model).cardBackupInfo(uuid).value_or(BackupInfo{}).totalSize);
+     }},
+    {CardListModel::LatestNoteRole, "latestNote",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return text(controller(model).latestNote(uuid).value_or(""));
+     }},
+    {CardListModel::FoldersRole, "folders",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::folderRows(controller(model).cardFolders(uuid));
+     }},
+    {CardListModel::SongsRole, "songs",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::songRows(controller(model).cardSongs(uuid));
+     }},
+    {CardListModel::SongsPartlyChosenRole, "songsPartlyChosen",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::songsPartlyChosen(controller(model).cardFolders(uuid));
+     }},
+    {CardListModel::SizesLoadedRole, "sizesLoaded",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return controller(model).folderSizesLoaded(uuid);
+     }},
+    {CardListModel::DestinationOverrideRole, "destinationOverride",
+     [](const CardListModel& model, const std::string& uuid, const SDCard&) -> QVariant {
+         return CardTileValues::pathText(controller(model).destinationOverride(uuid));
+     }},
+}};
 
 }  // namespace
 
@@ -80,36 +211,10 @@ QVariant CardListModel::data(const QModelIndex& index, int role) const {
 }
 
 QHash<int, QByteArray> CardListModel::roleNames() const {
-    return {{UuidRole, "uuid"},
-            {VolumeNameRole, "volumeName"},
-            {ShortUuidRole, "shortUuid"},
-            {MountPathRole, "mountPath"},
-            {StateRole, "cardState"},
-            {StateMessageRole, "stateMessage"},
-            {SecondsLeftRole, "secondsLeft"},
-            {ProgressRole, "progress"},
-            {PercentRole, "percent"},
-            {FilesRemainingRole, "filesRemaining"},
-            {StartTimeRole, "startTime"},
-            {ElapsedRole, "elapsed"},
-            {RecentLogRole, "recentLog"},
-            {LogLineCountRole, "logLineCount"},
-            {ContentSummaryRole, "contentSummary"},
-            {ContentLabelRole, "contentLabel"},
-            {FreshnessRole, "freshness"},
-            {FreshnessKindRole, "freshnessKind"},
-            {DiffSummaryRole, "diffSummary"},
-            {DiffLoadingRole, "diffLoading"},
-            {VersionsRole, "versions"},
-            {TotalSizeRole, "totalSize"},
-            {LatestNoteRole, "latestNote"},
-            {FoldersRole, "folders"},
-            {SongsRole, "songs"},
-            {SongsPartlyChosenRole, "songsPartlyChosen"},
-            {SizesLoadedRole, "sizesLoaded"},
-            {DestinationOverrideRole, "destinationOverride"}};
+    QHash<int, QByteArray> names;
+    for (const RoleReader& entry : roleReaders) names.insert(entry.role, entry.name);
+    return names;
 }
-
 // The rows follow the controller's list: vanished cards go, then each card in turn is found in
 // place, moved there, or inserted there. Cards that stay keep their row and only tell what changed.
 void CardListModel::syncRows() {
@@ -205,123 +310,13 @@ void CardListModel::updateTicking() {
 }
 
 QVariant CardListModel::value(const SDCard& card, int role) const {
-    const std::string& uuid = card.diskUtilUUID;
-    switch (role) {
-        case UuidRole:
-            return text(uuid);
-        case VolumeNameRole:
-            return text(card.volumeName);
-        case ShortUuidRole:
-            return CardTileValues::shortUuid(uuid);
-        case MountPathRole:
-            return text(card.mountPath.string());
-        case StateRole:
-        case StateMessageRole:
-        case SecondsLeftRole:
-        case ElapsedRole:
-            return stateValue(uuid, role);
-        case ProgressRole:
-        case PercentRole:
-        case FilesRemainingRole:
-        case StartTimeRole:
-        case RecentLogRole:
-        case LogLineCountRole:
-            return runValue(uuid, role);
-        case FoldersRole:
-        case SongsRole:
-        case SongsPartlyChosenRole:
-        case SizesLoadedRole:
-        case DestinationOverrideRole:
-            return optionsValue(uuid, role);
-        default:
-            return factValue(uuid, role);
-    }
-}
-
-QVariant CardListModel::stateValue(const std::string& uuid, int role) const {
-    const CardState state = backup_.cardState(uuid);
-    switch (role) {
-        case StateRole:
-            return rawState(state);
-        case StateMessageRole:
-            return text(state.message);
-        case SecondsLeftRole:
-            return state.kind == CardState::Kind::autoBackupCountdown
-                       ? CardTileValues::secondsLeft(Clock::now(), state.end)
-                       : 0;
-        default:
-            return elapsed(uuid);
-    }
-}
-
-QVariant CardListModel::runValue(const std::string& uuid, int role) const {
-    switch (role) {
-        case ProgressRole: {
-            const auto progress = backup_.cardProgress(uuid);
-            return progress ? QVariant(*progress) : QVariant();
-        }
-        case PercentRole: {
-            const auto progress = backup_.cardProgress(uuid);
-            return progress ? QVariant(static_cast<int>(std::lround(std::clamp(*progress, 0.0, 1.0) * 100)))
-                            : QVariant();
-        }
-        case FilesRemainingRole:
-            return QmlValues::optionalNumber(backup_.cardFilesRemaining(uuid));
-        case StartTimeRole: {
-            const auto start = backup_.cardStartTime(uuid);
-            return start ? QVariant(QmlValues::epochMilliseconds(*start)) : QVariant();
-        }
-        case RecentLogRole:
-            return CardTileValues::lastLines(backup_.cardLog(uuid), recentLogLines);
-        default:
-            return static_cast<int>(backup_.cardLog(uuid).size());
-    }
-}
-
-QVariant CardListModel::factValue(const std::string& uuid, int role) const {
-    switch (role) {
-        case ContentSummaryRole:
-            return CardTileValues::contentRows(backup_.cardContentSummary(uuid));
-        case ContentLabelRole:
-            return text(backup_.cardContentLabel(uuid).value_or(""));
-        case FreshnessRole:
-            return CardTileValues::freshnessLabel(backup_.cardFreshness(uuid));
-        case FreshnessKindRole:
-            return CardTileValues::freshnessKind(backup_.cardFreshness(uuid));
-        case DiffSummaryRole:
-            return CardTileValues::diffRows(backup_.cardDiffSummary(uuid));
-        case DiffLoadingRole:
-            return backup_.isDiffLoading(uuid);
-        case VersionsRole:
-            return backup_.cardBackupInfo(uuid).value_or(BackupInfo{}).versions;
-        case TotalSizeRole:
-            return CardTileValues::sizeText(backup_.cardBackupInfo(uuid).value_or(BackupInfo{}).totalSize);
-        case LatestNoteRole:
-            return text(backup_.latestNote(uuid).value_or(""));
-        default:
-            return {};
-    }
-}
-
-QVariant CardListModel::optionsValue(const std::string& uuid, int role) const {
-    switch (role) {
-        case FoldersRole:
-            return CardTileValues::folderRows(backup_.cardFolders(uuid));
-        case SongsRole:
-            return CardTileValues::songRows(backup_.cardSongs(uuid));
-        case SongsPartlyChosenRole:
-            return CardTileValues::songsPartlyChosen(backup_.cardFolders(uuid));
-        case SizesLoadedRole:
-            return backup_.folderSizesLoaded(uuid);
-        default: {
-            const auto destination = backup_.destinationOverride(uuid);
-            return destination ? text(destination->string()) : QString();
-        }
-    }
+    const auto* reader = std::find_if(roleReaders.begin(), roleReaders.end(),
+                                      [role](const RoleReader& entry) { return entry.role == role; });
+    return reader == roleReaders.end() ? QVariant() : reader->read(*this, card.diskUtilUUID, card);
 }
 
 // While the card runs, the time so far; once its run has ended, the run's length.
-QString CardListModel::elapsed(const std::string& uuid) const {
+QString CardListModel::elapsedText(const std::string& uuid) const {
     const auto start = backup_.cardStartTime(uuid);
     if (!start) return {};
     const CardState::Kind kind = backup_.cardState(uuid).kind;

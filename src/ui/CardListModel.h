@@ -75,6 +75,8 @@ public:
     [[nodiscard]] QHash<int, QByteArray> roleNames() const override;
     [[nodiscard]] int count() const { return rowCount(); }
     [[nodiscard]] BackupViewModel& backup() const { return backup_; }
+    // The card's run so far while it runs, or the length of its run once that has ended; "" else.
+    [[nodiscard]] QString elapsedText(const std::string& uuid) const;
 
     // The whole log of a card, growing as lines arrive; owned by this model.
     Q_INVOKABLE QObject* logModel(const QString& uuid);
@@ -113,11 +115,6 @@ private:
     void updateTicking();
     [[nodiscard]] Row makeRow(const SDCard& card) const;
     [[nodiscard]] QVariant value(const SDCard& card, int role) const;
-    [[nodiscard]] QVariant stateValue(const std::string& uuid, int role) const;
-    [[nodiscard]] QVariant runValue(const std::string& uuid, int role) const;
-    [[nodiscard]] QVariant factValue(const std::string& uuid, int role) const;
-    [[nodiscard]] QVariant optionsValue(const std::string& uuid, int role) const;
-    [[nodiscard]] QString elapsed(const std::string& uuid) const;
     [[nodiscard]] int rowOf(const std::string& uuid) const;
     [[nodiscard]] const SDCard* cardOf(const QString& uuid) const;
     void onCard(const QString& uuid, void (BackupViewModel::*action)(const SDCard&));

@@ -3,6 +3,7 @@
 #include <QVariantMap>
 
 #include <algorithm>
+#include <cmath>
 
 #include "core/Formatting.h"
 #include "workflows/QmlValues.h"
@@ -51,22 +52,29 @@ QVariantList diffRows(const std::optional<DiffSummary>& summary) {
     });
 }
 
+namespace {
+
+// What every line of the options sheet that can be ticked has.
+QVariantMap choiceRow(const std::string& name, const std::optional<std::int64_t>& size, bool selected) {
+    return {{"name", text(name)}, {"sizeText", sizeText(size)}, {"selected", selected}};
+}
+
+}  // namespace
+
 QVariantList folderRows(const std::vector<FolderSelection>& folders) {
     return QmlValues::listOf(folders, [](const FolderSelection& folder) {
-        return QVariantMap{{"id", text(folder.id)},
-                           {"name", text(folder.name)},
-                           {"sizeText", sizeText(folder.size)},
-                           {"selected", folder.selected},
-                           {"locked", folder.locked}};
+        QVariantMap row = choiceRow(folder.name, folder.size, folder.selected);
+        row.insert("id", text(folder.id));
+        row.insert("locked", folder.locked);
+        return row;
     });
 }
 
 QVariantList songRows(const std::vector<SongItem>& songs) {
     return QmlValues::listOf(songs, [](const SongItem& song) {
-        return QVariantMap{{"name", text(song.name)},
-                           {"relativePath", text(song.relativePath)},
-                           {"sizeText", sizeText(song.size)},
-                           {"selected", song.selected}};
+        QVariantMap row = choiceRow(song.name, song.size, song.selected);
+        row.insert("relativePath", text(song.relativePath));
+        return row;
     });
 }
 
@@ -74,6 +82,23 @@ bool songsPartlyChosen(const std::vector<FolderSelection>& folders) {
     return std::any_of(folders.begin(), folders.end(), [](const FolderSelection& folder) {
         return folder.name == "Songs" && !folder.selected;
     });
+}
+
+QVariant fraction(const std::optional<double>& value) {
+    return value ? QVariant(*value) : QVariant();
+}
+
+QVariant percent(const std::optional<double>& value) {
+    if (!value) return {};
+    return static_cast<int>(std::lround(std::clamp(*value, 0.0, 1.0) * 100));
+}
+
+QVariant epochMilliseconds(const std::optional<std::chrono::system_clock::time_point>& time) {
+    return time ? QVariant(QmlValues::epochMilliseconds(*time)) : QVariant();
+}
+
+QString pathText(const std::optional<std::filesystem::path>& path) {
+    return path ? text(path->string()) : QString();
 }
 
 QString sizeText(const std::optional<std::int64_t>& bytes) {

@@ -5,6 +5,7 @@
 #include <QVariantList>
 
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +35,13 @@ QVariantList folderRows(const std::vector<FolderSelection>& folders);
 QVariantList songRows(const std::vector<SongItem>& songs);
 // Songs are offered one by one when the Songs folder as a whole is not chosen.
 bool songsPartlyChosen(const std::vector<FolderSelection>& folders);
+// null when absent.
+QVariant fraction(const std::optional<double>& value);
+// The fraction as a whole percentage from 0 to 100; null when absent.
+QVariant percent(const std::optional<double>& value);
+QVariant epochMilliseconds(const std::optional<std::chrono::system_clock::time_point>& time);
+// "" when absent.
+QString pathText(const std::optional<std::filesystem::path>& path);
 // "" for an unknown size.
 QString sizeText(const std::optional<std::int64_t>& bytes);
 // The last count lines, oldest first.
