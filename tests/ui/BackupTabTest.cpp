@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickView>
@@ -25,11 +26,21 @@ protected:
     }
 
     // Loads the screen; the errors of a failed load are printed.
-    bool showTab() {
+    bool showTab() { return show(QUrl(QStringLiteral("qrc:/qt/qml/Tapekeep/BackupTab.qml"))); }
+
+    // Loads one part of a tile, given a stand-in for the tile's values.
+    bool showPart(const QByteArray& source) {
+        QFile file(QString::fromStdString((temp / "Part.qml").string()));
+        if (!file.open(QIODevice::WriteOnly) || file.write(source) != source.size()) return false;
+        file.close();
+        return show(QUrl::fromLocalFile(file.fileName()));
+    }
+
+    bool show(const QUrl& source) {
         view.engine()->addImportPath(QStringLiteral("qrc:/qt/qml"));
         view.setResizeMode(QQuickView::SizeRootObjectToView);
         view.resize(1100, 700);
-        view.setSource(QUrl(QStringLiteral("qrc:/qt/qml/Tapekeep/BackupTab.qml")));
+        view.setSource(source);
         for (const auto& error : view.errors()) ADD_FAILURE() << error.toString().toStdString();
         if (view.status() != QQuickView::Ready) return false;
         view.show();
@@ -94,6 +105,38 @@ TEST_F(BackupTabTest, TheScreenShowsWhatTheScanFoundAndEachCardsNameStateAndFres
     EXPECT_TRUE(waitFor([&] { return textOf(tile, "stateMessage") == "Nothing selected to back up."; }))
         << textOf(tile, "stateMessage");
     EXPECT_TRUE(shows(tile, "showLogButton"));
+}
+
+TEST_F(BackupTabTest, TheRunAndTheCountdownShowTheirReadingsOnTheLcdPanel) {
+    ASSERT_TRUE(showPart(R"(
+        import QtQuick
+        import Tapekeep
+        Column {
+            width: 900
+            QtObject {
+                id: stand
+                property string uuid: "76FA-7D45-0000-00C1"
+                property var percent: 42
+                property var progress: 0.42
+                property var filesRemaining: 15
+                property string elapsed: "1:05"
+                property var recentLog: ["Samples/kick.wav", "Samples/snare.wav"]
+                property bool showingLog: false
+                property int secondsLeft: 7
+            }
+            CardRunPanel { width: 900; tile: stand }
+            CardCountdownPanel { width: 900; tile: stand }
+        })"));
+    QQuickItem* root = view.rootObject();
+    EXPECT_EQ(textOf(root, "percent"), "42%");
+    EXPECT_EQ(textOf(root, "filesRemaining"), "15");
+    EXPECT_EQ(textOf(root, "elapsed"), "1:05");
+    ASSERT_NE(find(root, "runLcd"), nullptr);
+    EXPECT_TRUE(find(root, "runLcd")->property("running").toBool());
+    EXPECT_TRUE(shows(root, "scanLine"));
+    EXPECT_TRUE(shows(root, "cancelRunButton"));
+    EXPECT_EQ(textOf(root, "secondsLeft"), "7 s");
+    EXPECT_TRUE(shows(root, "cancelCountdownButton"));
 }
 
 }  // namespace
