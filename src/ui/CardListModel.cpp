@@ -1,5 +1,6 @@
 #include "ui/CardListModel.h"
 
+#include <QQmlEngine>
 #include <QUrl>
 
 #include <algorithm>
@@ -215,6 +216,7 @@ QHash<int, QByteArray> CardListModel::roleNames() const {
     for (const RoleReader& entry : roleReaders) names.insert(entry.role, entry.name);
     return names;
 }
+
 // The rows follow the controller's list: vanished cards go, then each card in turn is found in
 // place, moved there, or inserted there. Cards that stay keep their row and only tell what changed.
 void CardListModel::syncRows() {
@@ -230,7 +232,7 @@ void CardListModel::syncRows() {
 
 void CardListModel::removeVanishedRows(const std::vector<SDCard>& cards) {
     for (int row = rowCount() - 1; row >= 0; --row) {
-        const std::string& uuid = rows_[static_cast<std::size_t>(row)].card.diskUtilUUID;
+        const std::string uuid = rows_[static_cast<std::size_t>(row)].card.diskUtilUUID;
         const bool stays = std::any_of(cards.begin(), cards.end(),
                                        [&](const SDCard& card) { return card.diskUtilUUID == uuid; });
         if (stays) continue;
@@ -238,7 +240,7 @@ void CardListModel::removeVanishedRows(const std::vector<SDCard>& cards) {
         rows_.erase(rows_.begin() + row);
         endRemoveRows();
         finishedAt_.erase(uuid);
-        logModels_.erase(uuid);
+        forgetLogModel(uuid);
     }
 }
 
@@ -346,12 +348,23 @@ QObject* CardListModel::logModel(const QString& uuid) {
     const std::string key = uuid.toStdString();
     if (rowOf(key) < 0) return nullptr;
     auto& model = logModels_[key];
-    if (!model) model = std::make_unique<CardLogModel>(backup_, key);
+    if (!model) {
+        model = std::make_unique<CardLogModel>(backup_, key);
+        QQmlEngine::setObjectOwnership(model.get(), QQmlEngine::CppOwnership);  // not the caller's
+    }
     return model.get();
 }
 
 void CardListModel::onCard(const QString& uuid, void (BackupViewModel::*action)(const SDCard&)) {
     if (const SDCard* card = cardOf(uuid)) (backup_.*action)(*card);
+}
+
+// A view may still hold the card's log while its tile goes, so the log goes once control returns.
+void CardListModel::forgetLogModel(const std::string& uuid) {
+    const auto found = logModels_.find(uuid);
+    if (found == logModels_.end()) return;
+    found->second.release()->deleteLater();
+    logModels_.erase(found);
 }
 
 void CardListModel::refresh() {

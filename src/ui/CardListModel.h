@@ -109,6 +109,7 @@ private:
     void syncRows();
     void removeVanishedRows(const std::vector<SDCard>& cards);
     void placeRow(int position, const SDCard& card);
+    void forgetLogModel(const std::string& uuid);
     void refreshRoles(const QList<int>& roles);
     void noteFinishedRuns();
     void tick();
