@@ -1,11 +1,11 @@
 #include "app/AppSettings.h"
 
+#include "app/AutostartEntry.h"
 #include "app/BackupSetLabels.h"
 #include "app/SettingsKeys.h"
 #include "backup/RsyncFinder.h"
-#include "core/AtomicFile.h"
 #include "core/Log.h"
-#include "platform/UserFolders.h"
+#include "core/SettingsStoreError.h"
 
 namespace tapekeep {
 namespace {
@@ -30,31 +30,6 @@ std::string desktopExecutable() {
     return "tapekeep";
 }
 
-// One quoted argument of a desktop entry's Exec key: the quoting rule escapes ", `, $ and \ with
-// a backslash, and the string rule then doubles every backslash; % stands for a field code.
-std::string quotedExecArgument(const std::string& argument) {
-    std::string quoted = "\"";
-    for (char character : argument) {
-        if (character == '"' || character == '`' || character == '$') quoted += "\\\\";
-        if (character == '\\') quoted += "\\\\\\";
-        quoted += character == '%' ? std::string("%%") : std::string(1, character);
-    }
-    return quoted + "\"";
-}
-
-std::string autostartEntryText() {
-    return "[Desktop Entry]\n"
-           "Type=Application\n"
-           "Name=Tapekeep\n"
-           "Comment=Back up the M8 tracker's SD card\n"
-           "Exec=" +
-           quotedExecArgument(desktopExecutable()) +
-           "\n"
-           "Icon=tapekeep\n"
-           "Terminal=false\n"
-           "X-GNOME-Autostart-enabled=true\n";
-}
-
 }  // namespace
 
 AppSettings::AppSettings(SettingsStore& store, QObject* parent)
@@ -65,6 +40,7 @@ AppSettings::AppSettings(SettingsStore& store, RsyncFinder findRsync, QObject* p
     : QObject(parent), store_(store) {
     migrateLegacyAutoEject();
     repairRsyncPath(findRsync);
+    recheckStore();
 }
 
 void AppSettings::migrateLegacyAutoEject() {
@@ -120,11 +96,30 @@ void AppSettings::write(const char* key, const Value& value, void (AppSettings::
 bool AppSettings::storeValue(const char* key, const nlohmann::json& value) {
     try {
         store_.setValue(key, value);
+        setStoreProblem({}, {});
         return true;
+    } catch (const SettingsStoreError& error) {
+        logger.error(std::string("cannot store ") + key + ": " + error.what());
+        setStoreProblem(QString::fromStdString(error.description()), writeFailure_);
     } catch (const std::exception& error) {
         logger.error(std::string("cannot store ") + key + ": " + error.what());
-        return false;
+        setStoreProblem(damage_, QStringLiteral("Settings could not be saved to %1: %2")
+                                     .arg(QString::fromStdString(store_.file().string()),
+                                          QString::fromUtf8(error.what())));
     }
+    return false;
+}
+
+void AppSettings::recheckStore() {
+    const auto damage = store_.damage();
+    setStoreProblem(damage ? QString::fromStdString(*damage) : QString(), writeFailure_);
+}
+
+void AppSettings::setStoreProblem(QString damage, QString writeFailure) {
+    const QString before = storeProblem();
+    damage_ = std::move(damage);
+    writeFailure_ = std::move(writeFailure);
+    if (storeProblem() != before) Q_EMIT storeProblemChanged();
 }
 
 QString AppSettings::backupBaseDirPath() const {
@@ -338,23 +333,21 @@ void AppSettings::setLabels(const std::map<std::string, std::string>& labels) {
 }
 
 std::filesystem::path AppSettings::autostartEntry() {
-    return UserFolders::configHome() / "autostart" / "tapekeep.desktop";
+    return AutostartEntry::defaultFile();
 }
 
 void AppSettings::applyLaunchOnLogin() {
-    auto entry = autostartEntry();
+    const AutostartEntry entry;
     try {
-        if (launchOnLogin()) {
-            std::filesystem::create_directories(entry.parent_path());
-            writeFileAtomically(entry, autostartEntryText());
-        } else {
-            std::filesystem::remove(entry);
-        }
+        const bool wanted = launchOnLogin();
+        const bool applied = wanted ? entry.install(desktopExecutable()) : entry.remove();
+        if (applied) return;
+        logger.error("launch at login: " + entry.file().string() +
+                     " belongs to another program and is left as it is");
     } catch (const std::exception& error) {
         logger.error("launch at login: " + std::string(error.what()));
-        std::error_code ignored;
-        setLaunchOnLogin(std::filesystem::exists(entry, ignored));
     }
+    setLaunchOnLogin(entry.isInstalled());
 }
 
 }  // namespace tapekeep

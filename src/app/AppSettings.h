@@ -67,6 +67,7 @@ class AppSettings : public QObject {
                    setPrereleaseBannerDismissedAt NOTIFY prereleaseBannerDismissedAtChanged)
     Q_PROPERTY(double prereleaseBannerLastShownAt READ prereleaseBannerLastShownAt WRITE
                    setPrereleaseBannerLastShownAt NOTIFY prereleaseBannerLastShownAtChanged)
+    Q_PROPERTY(QString storeProblem READ storeProblem NOTIFY storeProblemChanged)
 
 public:
     // Returns the preferred rsync executable, or nothing when no candidate is installed.
@@ -155,6 +156,13 @@ public:
     void applyLaunchOnLogin();
     [[nodiscard]] static std::filesystem::path autostartEntry();  // configHome/autostart/tapekeep.desktop
 
+    // Why changes are not being saved, for the window to show: the store's damage text, which names
+    // the file, else the failure of the latest write; empty while the file takes writes. Brought up
+    // to date after every write and by recheckStore().
+    [[nodiscard]] QString storeProblem() const { return damage_.isEmpty() ? writeFailure_ : damage_; }
+    // Reads the file again for damage that appeared or went away since the last look.
+    Q_INVOKABLE void recheckStore();
+
     // The store behind these settings, for services that read a key themselves.
     [[nodiscard]] SettingsStore& store() const { return store_; }
 
@@ -185,6 +193,7 @@ Q_SIGNALS:
     void backupBeforeRestoreChanged();
     void prereleaseBannerDismissedAtChanged();
     void prereleaseBannerLastShownAtChanged();
+    void storeProblemChanged();
 
 private:
     void migrateLegacyAutoEject();
@@ -198,9 +207,12 @@ private:
     template <typename Value>
     void write(const char* key, const Value& value, void (AppSettings::*changed)());
     bool storeValue(const char* key, const nlohmann::json& value);  // false, logged, when the write fails
+    void setStoreProblem(QString damage, QString writeFailure);
 
     SettingsStore& store_;
     std::optional<QString> unstoredRsyncPath_;  // the repair, when a damaged file could not take it
+    QString damage_;                            // the store's damage text at the last look
+    QString writeFailure_;                      // why the latest write failed, other than damage
 };
 
 }  // namespace tapekeep

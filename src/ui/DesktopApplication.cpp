@@ -54,25 +54,28 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     }
     store_ = std::make_unique<SettingsStore>(options_.settingsFile.value_or(UserFolders::settingsFile()));
     settings_ = std::make_unique<AppSettings>(*store_);
+    // The autostart entry follows the switch.
+    connect(settings_.get(), &AppSettings::launchOnLoginChanged, settings_.get(),
+            &AppSettings::applyLaunchOnLogin);
     theme_ = std::make_unique<M8Theme>(*settings_, desktopIsDark);
     backup_ = std::make_unique<BackupViewModel>(*settings_, backupDependencies(demoRoot_, *store_));
     cards_ = std::make_unique<CardListModel>(*backup_);
-    registerQmlTypes();
 }
 
 DesktopApplication::~DesktopApplication() {
     engine_.reset();  // the window goes before the objects it shows
 }
 
-void DesktopApplication::registerQmlTypes() {
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Theme", theme_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Settings", settings_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Backup", backup_.get());
-    qmlRegisterSingletonInstance("Tapekeep.Controllers", 1, 0, "Cards", cards_.get());
+void DesktopApplication::provideToQml(QmlEngineHost& engine) {
+    engine.provide("Theme", theme_.get());
+    engine.provide("Settings", settings_.get());
+    engine.provide("Backup", backup_.get());
+    engine.provide("Cards", cards_.get());
 }
 
 bool DesktopApplication::showWindow() {
     engine_ = std::make_unique<QmlEngineHost>();
+    provideToQml(*engine_);
     engine_->load(QUrl(QStringLiteral("qrc:/qt/qml/Tapekeep/Main.qml")));
     if (engine_->rootObjects().isEmpty()) {
         std::cerr << "tapekeep: the main window could not be loaded\n";

@@ -38,7 +38,7 @@ public:
     [[nodiscard]] QObject* window() const;
 
 private:
-    void registerQmlTypes();
+    void provideToQml(QmlEngineHost& engine);
 
     Options options_;
     std::optional<std::filesystem::path> demoRoot_;

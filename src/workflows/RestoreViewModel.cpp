@@ -1,6 +1,7 @@
 #include "workflows/RestoreViewModel.h"
 
 #include <QTimer>
+#include <QUrl>
 
 #include <algorithm>
 #include <cctype>
@@ -8,6 +9,7 @@
 #include "app/AppSettings.h"
 #include "backup/BackupRepository.h"
 #include "backup/ProgressLineParser.h"
+#include "backup/SelectiveBackup.h"
 #include "cards/OperationLock.h"
 #include "cards/OperationLockError.h"
 #include "content/M8SongParser.h"
@@ -82,6 +84,39 @@ std::vector<fs::directory_entry> visibleEntries(const fs::path& folder, std::sto
     return entries;
 }
 
+// The folder at a path relative to the version, reached through real folders only: a path that
+// leaves the version or passes a link names nothing in it.
+std::optional<fs::path> folderWithin(const fs::path& version, const std::string& relativePath) {
+    try {
+        SelectiveBackup::validateRelativePath(relativePath);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+    fs::path folder = version;
+    for (const auto& component : fs::path(relativePath)) {
+        folder /= component;
+        if (!component.empty() && !BackupRepository::isRealDirectory(folder)) return std::nullopt;
+    }
+    return folder;
+}
+
+std::vector<RestoreSubpathSelection> childrenOf(const fs::path& version, const std::string& folderPath,
+                                                bool selected, std::stop_token token) {
+    std::vector<RestoreSubpathSelection> children;
+    const auto folder = folderWithin(version, folderPath);
+    if (!folder) return children;
+    for (const auto& entry : visibleEntries(*folder, token)) {
+        std::error_code error;
+        const bool isDirectory = entry.is_directory(error);
+        const auto size = isDirectory ? std::uintmax_t(0) : entry.file_size(error);
+        const std::string name = entry.path().filename().string();
+        children.push_back(RestoreSubpathSelection{
+            makeUuid(), name, folderPath + "/" + name, isDirectory,
+            isDirectory || error ? std::nullopt : std::optional<std::int64_t>(size), selected});
+    }
+    return children;
+}
+
 std::vector<SongItem> songsOf(const fs::path& version, const fs::path& songsFolder, std::stop_token token) {
     std::vector<SongItem> songs;
     for (const auto& file : BrowseFileService::m8FileURLs(songsFolder, token)) {
@@ -111,12 +146,17 @@ RestoreViewModel::RestoreViewModel(AppSettings& settings, Dependencies dependenc
       settings_(settings),
       dependencies_(std::move(dependencies)),
       poster_(std::make_shared<MainThreadPoster>(this)),
-      tasks_(poster_) {
+      tasks_(poster_),
+      versionExport_(dependencies_.exportFolder, [this](const std::string& line) { appendLog(line); }) {
     if (!dependencies_.makeScanner)  // the user's excluded volumes are never offered as targets
         dependencies_.makeScanner = [store = &settings_.store()] {
             return std::make_unique<VolumeScanner>(VolumeScanner::defaultVolumeRoots(), store);
         };
     if (!dependencies_.ejectVolume) dependencies_.ejectVolume = VolumeEjector::ejectVolume;
+    connect(&versionExport_, &VersionExport::isExportingChanged, this, &RestoreViewModel::isExportingChanged);
+    connect(&versionExport_, &VersionExport::progressChanged, this, &RestoreViewModel::exportProgressChanged);
+    connect(&versionExport_, &VersionExport::percentChanged, this, &RestoreViewModel::exportPercentChanged);
+    connect(&versionExport_, &VersionExport::finished, this, &RestoreViewModel::exportFinished);
 }
 
 // A run that the end of the controller stops still gives its card back.
@@ -327,24 +367,15 @@ void RestoreViewModel::applyFolderSizes(const std::string& generation,
 void RestoreViewModel::loadFolderChildren(const std::string& folderPath) {
     if (!selectedVersion_ || !loadingFolderChildren_.insert(folderPath).second) return;
     emit loadingFolderChildrenChanged();
-    const auto folder = std::find_if(choice_.folders.begin(), choice_.folders.end(),
-                                     [&](auto& f) { return f.relativePath.value_or(f.name) == folderPath; });
-    const bool selected = folder == choice_.folders.end() || folder->selected;
-    tasks_.start([this, generation = versionGeneration_, folderPath, selected, root = selectedVersion_->url,
-                  poster = poster_](std::stop_token token) {
+    tasks_.start([this, generation = versionGeneration_, folderPath, selected = isChosen(folderPath),
+                  root = selectedVersion_->url, poster = poster_](std::stop_token token) {
         std::vector<RestoreSubpathSelection> children;
         try {
-            for (const auto& entry : visibleEntries(root / folderPath, token)) {
-                std::error_code error;
-                const bool isDirectory = entry.is_directory(error);
-                const auto size = isDirectory ? std::uintmax_t(0) : entry.file_size(error);
-                const std::string name = entry.path().filename().string();
-                children.push_back(RestoreSubpathSelection{
-                    makeUuid(), name, folderPath + "/" + name, isDirectory,
-                    isDirectory || error ? std::nullopt : std::optional<std::int64_t>(size), selected});
-            }
+            children = childrenOf(root, folderPath, selected, token);
         } catch (const Cancelled&) {
             return;
+        } catch (const std::exception& error) {  // shown as a folder without entries
+            log().error("Listing " + folderPath + " failed: " + error.what());
         }
         poster->post([this, generation, folderPath, children = std::move(children)]() mutable {
             if (loadingFolderChildren_.erase(folderPath) > 0) emit loadingFolderChildrenChanged();
@@ -353,6 +384,20 @@ void RestoreViewModel::loadFolderChildren(const std::string& folderPath) {
             emit folderChildrenChanged();
         });
     });
+}
+
+// A folder of the version as the choice has it: a top folder by its own mark, a folder below by
+// its entry in its parent's listing; one not listed yet counts as chosen.
+bool RestoreViewModel::isChosen(const std::string& folderPath) const {
+    for (const auto& folder : choice_.folders)
+        if (folder.relativePath.value_or(folder.name) == folderPath) return folder.selected;
+    const auto slash = folderPath.rfind('/');
+    if (slash == std::string::npos) return true;
+    const auto siblings = choice_.folderChildren.find(folderPath.substr(0, slash));
+    if (siblings == choice_.folderChildren.end()) return true;
+    for (const auto& entry : siblings->second)
+        if (entry.relativePath == folderPath) return entry.selected;
+    return true;
 }
 
 // ---- the choice -----------------------------------------------------------------------------
@@ -620,6 +665,23 @@ void RestoreViewModel::flushOutput() {
 void RestoreViewModel::appendLog(const std::string& line) {
     logLines_.push_back(line);
     emit logLinesChanged();
+}
+
+// ---- export ---------------------------------------------------------------------------------
+
+void RestoreViewModel::exportVersion(const BackupVersion& version, const fs::path& destination) {
+    if (auto refusal = featureAccess_.refusal("export")) return appendLog("Export unavailable: " + *refusal);
+    versionExport_.start(version.url, destination);
+}
+
+void RestoreViewModel::exportSelectedVersion(const QString& destination) {
+    if (!selectedVersion_) return appendLog("Export unavailable: No backup version is selected.");
+    const QUrl url(destination);
+    exportVersion(*selectedVersion_, (url.isLocalFile() ? url.toLocalFile() : destination).toStdString());
+}
+
+void RestoreViewModel::cancelExport() {
+    versionExport_.cancel();
 }
 
 // ---- notes and eject ------------------------------------------------------------------------

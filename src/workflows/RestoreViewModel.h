@@ -32,6 +32,7 @@
 #include "workflows/RestoreOperation.h"
 #include "workflows/RestoreStep.h"
 #include "workflows/UndoableRestore.h"
+#include "workflows/VersionExport.h"
 
 namespace tapekeep {
 
@@ -74,6 +75,9 @@ class RestoreViewModel : public QObject {
     Q_PROPERTY(QVariant safetyVersion READ safetyVersionVariant NOTIFY safetyVersionChanged)
     Q_PROPERTY(QVariantMap versionSizes READ versionSizesVariant NOTIFY versionSizesChanged)
     Q_PROPERTY(bool isLoadingVersionSizes READ isLoadingVersionSizes NOTIFY isLoadingVersionSizesChanged)
+    Q_PROPERTY(bool isExporting READ isExporting NOTIFY isExportingChanged)
+    Q_PROPERTY(double exportProgress READ exportProgress NOTIFY exportProgressChanged)
+    Q_PROPERTY(int exportPercent READ exportPercent NOTIFY exportPercentChanged)
 
 public:
     // What the controller needs from outside; each has a working default, and tests replace some.
@@ -88,6 +92,7 @@ public:
         std::optional<std::string> rsyncPathOverride;             // a front end's --rsync
         std::chrono::milliseconds flushDelay{250};
         BackupOperation::Environment environment = BackupOperation::Environment::system();  // safety backups
+        VersionExport::Exporter exportFolder = ZipExporter::exportFolder;
     };
 
     RestoreViewModel(AppSettings& settings, Dependencies dependencies, QObject* parent = nullptr);
@@ -106,6 +111,11 @@ public:
     // Undoes the selected target's last restore from its safety version, under the card's restore
     // lease; the step goes to running and then done, as a restore's does.
     Q_INVOKABLE void undoLastRestore();
+    // A version as a ZIP archive at destination, on a background task, one export at a time; the
+    // log says how it went. From QML the destination is a path or a file URL.
+    void exportVersion(const BackupVersion& version, const std::filesystem::path& destination);
+    Q_INVOKABLE void exportSelectedVersion(const QString& destination);
+    Q_INVOKABLE void cancelExport();
 
     // The choice of content.
     void setRestoreMode(RestoreMode mode);
@@ -152,6 +162,9 @@ public:
     [[nodiscard]] bool isLoadingVersionSizes() const { return isLoadingVersionSizes_; }
     [[nodiscard]] bool hasInitialized() const { return hasInitialized_; }
     [[nodiscard]] bool isRestoring() const { return restoreTask_.has_value(); }
+    [[nodiscard]] bool isExporting() const { return versionExport_.isExporting(); }
+    [[nodiscard]] double exportProgress() const { return versionExport_.progress(); }
+    [[nodiscard]] int exportPercent() const { return versionExport_.percent(); }
 
     // Property getters for QML.
     [[nodiscard]] QVariantMap stepVariant() const;
@@ -203,10 +216,14 @@ signals:
     void safetyBackupPlannedChanged();
     void safetyVersionChanged();
     void isLoadingVersionSizesChanged();
+    void isExportingChanged();
+    void exportProgressChanged();
+    void exportPercentChanged();
     // Not properties: moments a front end may wait for.
     void previewFinished();
     void restoreFinished();
     void ejectFinished(const QString& error);  // empty on success
+    void exportFinished();
 
 private:
     struct VersionContents {
@@ -254,6 +271,7 @@ private:
     [[nodiscard]] std::string rsyncPath() const;
     void setStep(RestoreStep step);
     void changeChoice(const std::function<void()>& change, void (RestoreViewModel::*changed)());
+    [[nodiscard]] bool isChosen(const std::string& folderPath) const;
 
     // Sets the field; its signal goes out only on a real change.
     template <typename Value>
@@ -320,6 +338,7 @@ private:
     std::optional<std::filesystem::path> repositoryRoot_;
     std::vector<std::string> pendingLogLines_;
     bool outputFlushScheduled_ = false;
+    VersionExport versionExport_;
 
     // Lines from the run's thread wait here until the GUI thread drains them in one queued call.
     std::mutex inboxMutex_;

@@ -5,9 +5,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "../workflows/EventLoop.h"
 #include "../workflows/FakeVolumes.h"
-#include "OffscreenApplication.h"
+#include "GuiTestApplication.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "core/SettingsStore.h"
@@ -24,7 +23,7 @@ protected:
         std::filesystem::create_directories(temp / "run");
         std::filesystem::permissions(temp / "run", std::filesystem::perms::owner_all);
         ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
-        startOffscreenApplication();
+        ensureGuiApplication();
         settings.setBackupBaseDirPath(QString::fromStdString((temp / "backups").string()));
     }
 
@@ -43,7 +42,7 @@ protected:
 
     static void scan(BackupViewModel& backup) {
         backup.scanForCards();
-        ASSERT_TRUE(waitFor([&] { return !backup.isScanning(); }));
+        ASSERT_TRUE(processEventsUntil([&] { return !backup.isScanning(); }));
     }
 
     TempDir temp;

@@ -12,9 +12,8 @@
 
 namespace tapekeep {
 namespace {
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::waitFor;
+using test::processEventsUntil;
 
 // The tile model over a real controller, backed up with the real rsync.
 class CardListModelTest : public test::BackupControllerFixture {
@@ -67,12 +66,13 @@ TEST_F(CardListModelTest, OneCardsProgressRepaintsOnlyItsOwnRowAndRoles) {
     scan();
     holdTransfer = true;
     cards.backUp(QString::fromStdString(alpha.diskUtilUUID));
-    ASSERT_TRUE(waitFor([&] { return transferEntered.load(); }));
-    ASSERT_TRUE(waitFor([&] { return shown(0, CardListModel::StateRole).toString() == "running"; }));
+    ASSERT_TRUE(processEventsUntil([&] { return transferEntered.load(); }));
+    ASSERT_TRUE(
+        processEventsUntil([&] { return shown(0, CardListModel::StateRole).toString() == "running"; }));
     QSignalSpy changed(&cards, &QAbstractItemModel::dataChanged);
 
     backup.appendOutput(alpha.diskUtilUUID, "  4,096 50%  1.00MB/s  0:00:01 (xfr#1, to-chk=1/3)");
-    ASSERT_TRUE(waitFor([&] { return !shown(0, CardListModel::ProgressRole).isNull(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return !shown(0, CardListModel::ProgressRole).isNull(); }));
 
     ASSERT_GE(changed.count(), 1);
     bool progressShown = false;
@@ -89,7 +89,7 @@ TEST_F(CardListModelTest, OneCardsProgressRepaintsOnlyItsOwnRowAndRoles) {
 
     holdTransfer = false;
     cards.cancelRun(QString::fromStdString(alpha.diskUtilUUID));
-    ASSERT_TRUE(waitFor([&] { return !backup.isRunning(alpha.diskUtilUUID); }));
+    ASSERT_TRUE(processEventsUntil([&] { return !backup.isRunning(alpha.diskUtilUUID); }));
     EXPECT_EQ(shown(0, CardListModel::StateRole).toString(), "failed");
     EXPECT_EQ(shown(0, CardListModel::StateMessageRole).toString(), "Backup was cancelled.");
 }
@@ -138,7 +138,7 @@ TEST_F(CardListModelTest, ActionsFindTheirCardByUuidAndIgnoreAnUnknownOne) {
 
     cards.openOptions(QString::fromStdString(alpha.diskUtilUUID));
     EXPECT_EQ(shown(0, CardListModel::StateRole).toString(), "confirming");
-    ASSERT_TRUE(waitFor([&] { return !shown(0, CardListModel::FoldersRole).toList().isEmpty(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return !shown(0, CardListModel::FoldersRole).toList().isEmpty(); }));
 }
 
 TEST_F(CardListModelTest, TheLogModelGrowsAtTheEndAsLinesArrive) {
@@ -147,12 +147,12 @@ TEST_F(CardListModelTest, TheLogModelGrowsAtTheEndAsLinesArrive) {
     auto* log = qobject_cast<CardLogModel*>(cards.logModel(QString::fromStdString(alpha.diskUtilUUID)));
     ASSERT_NE(log, nullptr);
     backup.appendOutput(alpha.diskUtilUUID, "Songs/intro.m8s");
-    ASSERT_TRUE(waitFor([&] { return log->rowCount() == 1; }));
+    ASSERT_TRUE(processEventsUntil([&] { return log->rowCount() == 1; }));
     QSignalSpy inserted(log, &QAbstractItemModel::rowsInserted);
     QSignalSpy reset(log, &QAbstractItemModel::modelReset);
 
     backup.appendOutput(alpha.diskUtilUUID, "Instruments/bass.m8i");
-    ASSERT_TRUE(waitFor([&] { return log->rowCount() == 2; }));
+    ASSERT_TRUE(processEventsUntil([&] { return log->rowCount() == 2; }));
 
     EXPECT_EQ(reset.count(), 0);
     ASSERT_EQ(inserted.count(), 1);

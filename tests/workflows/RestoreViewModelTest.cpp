@@ -8,13 +8,13 @@
 #include <thread>
 
 #include "EventLoop.h"
+#include "FileContent.h"
 #include "M8Files.h"
+#include "RestoreViewModelFixture.h"
 #include "TempDir.h"
-#include "app/AppSettings.h"
 #include "cards/OperationLock.h"
 #include "core/BackupSet.h"
 #include "core/Cancelled.h"
-#include "core/SettingsStore.h"
 
 namespace tapekeep {
 namespace {
@@ -25,100 +25,16 @@ using test::startApplication;
 using test::waitFor;
 using test::writeFile;
 
-const std::string uuid = "76FA-7D45-0000-00F1";
+const std::string uuid = test::cardUuid;
 
-// A card folder that the scanner's providers report as an external disk, one version of it in a
-// backup set, and the wizard walked up to the choice of content. rsync is the real one unless a
-// test stands in for it.
-class RestoreViewModelTest : public ::testing::Test {
+class RestoreViewModelTest : public test::RestoreWizardFixture {
 protected:
-    RestoreViewModelTest() {
-        startApplication();
-        fs::create_directories(temp / "run");  // card locks of this test only
-        ::setenv("XDG_RUNTIME_DIR", (temp / "run").c_str(), 1);
-        // These tests are about the restore's own run; the safety backup before it has tests of its own.
-        settings.setBackupBeforeRestore(false);
-        writeFile(card.mountPath / "Songs/LIVE.m8s", "on the card");
-        writeFile(card.mountPath / "Instruments/BASS.m8i", "bass");
-        writeFile(version / "Songs/LIVE.m8s", "in the version");
-        writeFile(version / "Samples/kick.wav", "kick");
+    // The entries listed for a folder, by their paths in the version.
+    std::vector<std::string> childPaths(const std::string& folder) const {
+        std::vector<std::string> paths;
+        for (const auto& child : model.folderChildren().at(folder)) paths.push_back(child.relativePath);
+        return paths;
     }
-
-    std::unique_ptr<VolumeScanner> makeScanner() {
-        VolumeScanner::Configuration configuration;
-        configuration.volumesProvider = [this] {
-            std::lock_guard lock(mutex);
-            return cardMounted ? std::vector{card.mountPath} : std::vector<fs::path>{};
-        };
-        configuration.diskInfoProvider = [](const fs::path&, std::stop_token) {
-            return DiskInfo{uuid, false};
-        };
-        return std::make_unique<VolumeScanner>(std::move(configuration));
-    }
-
-    void pullCard() {
-        std::lock_guard lock(mutex);
-        cardMounted = false;
-    }
-
-    RestoreViewModel::Dependencies dependencies() {
-        RestoreViewModel::Dependencies result;
-        result.makeScanner = [this] { return makeScanner(); };
-        result.runRsync = [this](const std::string& path, const std::vector<std::string>& arguments,
-                                 const BackupOperation::LineHandler& onLine, std::stop_token token) {
-            ++rsyncRuns;
-            if (standIn) return standIn(onLine, token);
-            return BackupOperation::defaultRsyncRunner()(path, arguments, onLine, token);
-        };
-        result.logStore = RsyncLogStore(temp / "logs");
-        result.baseFolderOverride = temp / "backups";
-        result.rsyncPathOverride = "/usr/bin/rsync";
-        result.flushDelay = 250ms;
-        result.ejectVolume = [this](const fs::path& mountPoint, std::stop_token) {
-            if (mountPoint != card.mountPath) throw std::runtime_error("not the chosen card");
-            pullCard();
-        };
-        return result;
-    }
-
-    // Target, set and version chosen, the version's folders and songs loaded.
-    void chooseVersion() {
-        model.loadTargets();
-        ASSERT_TRUE(waitFor([&] { return !model.isLoadingTargets() && !model.isLoadingSets(); }));
-        ASSERT_EQ(model.availableTargets(), std::vector{card});
-        ASSERT_EQ(model.availableSets().size(), 1u);
-        model.selectTarget(card);
-        model.selectSet(model.availableSets().front());
-        ASSERT_TRUE(waitFor([&] { return !model.isLoadingVersionSizes(); }));
-        ASSERT_EQ(model.selectedSet()->versions.size(), 1u);
-        model.selectVersion(model.selectedSet()->versions.front());
-        ASSERT_TRUE(waitFor([&] { return !model.isLoadingSongs(); }));
-    }
-
-    RestoreStep restore() {
-        model.startRestore();
-        EXPECT_TRUE(
-            waitFor([&] { return model.step().kind == RestoreStep::Kind::done && !model.isRestoring(); }));
-        return model.step();
-    }
-
-    bool logged(const std::string& line) const {
-        return std::find(model.logLines().begin(), model.logLines().end(), line) != model.logLines().end();
-    }
-
-    bool cardHeld() const { return OperationLock::shared().isActive(VolumeUUID{uuid}); }
-
-    test::TempDir temp;
-    SDCard card{temp / "volumes/CARD", "CARD", uuid};
-    fs::path version = temp / "backups/CARD_00000F1/backup-2026-01-01-100000";
-    SettingsStore store{temp / "settings.json"};
-    AppSettings settings{store, [] { return std::optional<std::string>("/usr/bin/rsync"); }};
-    std::mutex mutex;
-    bool cardMounted = true;  // guarded by mutex
-    std::atomic<int> rsyncRuns{0};
-    // Stands in for rsync when set: what it prints and the status it ends with.
-    std::function<int(const BackupOperation::LineHandler& onLine, std::stop_token token)> standIn;
-    RestoreViewModel model{settings, dependencies()};
 };
 
 // rsync's exit status decides the result; only a status without a fixed meaning asks whether the
@@ -294,6 +210,76 @@ TEST_F(RestoreViewModelTest, APreviewOfAnOlderChoiceIsDropped) {
     ASSERT_EQ(model.diffResult()->size(), 1u);
     EXPECT_EQ(model.diffResult()->front().path, "Samples/kick.wav");
     EXPECT_EQ(finished, 1);
+}
+
+// One level of a folder at a time, each entry chosen as its folder is; the version's links are
+// never followed, so nothing outside the version is offered.
+TEST_F(RestoreViewModelTest, AFolderListsItsOwnEntriesAndNothingALinkPointsAt) {
+    writeFile(version / "Samples/Drums/snare.wav", "snare");
+    writeFile(temp / "elsewhere/secret.wav", "not in the version");
+    fs::create_symlink(temp / "elsewhere", version / "Samples/outside");
+    fs::create_symlink(temp / "elsewhere", version / "Linked");
+    chooseVersion();
+    std::vector<std::string> folders;
+    for (const auto& folder : model.availableFolders()) folders.push_back(folder.name);
+    EXPECT_EQ(folders, (std::vector<std::string>{"Samples", "Songs"}));
+    model.setFolderSelected("Samples", false);
+    std::vector<std::vector<std::string>> loading;
+    QObject::connect(&model, &RestoreViewModel::loadingFolderChildrenChanged, [&] {
+        loading.emplace_back(model.loadingFolderChildren().begin(), model.loadingFolderChildren().end());
+    });
+
+    model.loadFolderChildren("Samples");
+    EXPECT_EQ(model.loadingFolderChildren(), std::set<std::string>{"Samples"});
+    ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+    EXPECT_EQ(loading, (std::vector<std::vector<std::string>>{{"Samples"}, {}}));
+    ASSERT_EQ(childPaths("Samples"), (std::vector<std::string>{"Samples/Drums", "Samples/kick.wav"}));
+    const auto& samples = model.folderChildren().at("Samples");
+    EXPECT_TRUE(samples[0].isDirectory);
+    EXPECT_EQ(samples[0].size, std::nullopt);
+    EXPECT_FALSE(samples[1].isDirectory);
+    EXPECT_EQ(samples[1].size, 4);
+    for (const auto& child : samples) EXPECT_FALSE(child.selected) << child.relativePath;
+
+    for (const std::string path : {"Samples/outside", "Linked", "Samples/Drums/../../..", "/etc"}) {
+        model.loadFolderChildren(path);
+        ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+        EXPECT_EQ(childPaths(path), std::vector<std::string>{}) << path;
+    }
+    model.loadFolderChildren("Samples/Drums");
+    ASSERT_TRUE(waitFor([&] { return model.loadingFolderChildren().empty(); }));
+    ASSERT_EQ(childPaths("Samples/Drums"), std::vector<std::string>{"Samples/Drums/snare.wav"});
+    EXPECT_FALSE(model.folderChildren().at("Samples/Drums").front().selected) << "as Samples/Drums is chosen";
+}
+
+// With the card backed up first, the restore can be taken back: the undo puts the card back as
+// the safety version holds it, and a second undo has nothing left to undo.
+TEST_F(RestoreViewModelTest, AnUndoPutsTheCardBackAsItWasBeforeTheRestore) {
+    settings.setBackupBeforeRestore(true);
+    fs::last_write_time(card.mountPath / "Songs/LIVE.m8s",
+                        fs::file_time_type::clock::now() - std::chrono::hours(24 * 365));
+    chooseVersion();
+    const auto before = test::treeOf(card.mountPath);
+    ASSERT_TRUE(restore().isSuccess()) << model.step().error.value_or("");
+    ASSERT_TRUE(model.safetyVersion());
+    const fs::path safety = *model.safetyVersion();
+    EXPECT_EQ(readFile(card.mountPath / "Songs/LIVE.m8s"), "in the version");
+    EXPECT_EQ(readFile(card.mountPath / "Samples/kick.wav"), "kick");
+
+    model.undoLastRestore();
+    ASSERT_TRUE(
+        waitFor([&] { return model.step().kind == RestoreStep::Kind::done && !model.isRestoring(); }));
+    EXPECT_TRUE(model.step().isSuccess()) << model.step().error.value_or("");
+    EXPECT_EQ(test::treeOf(card.mountPath), before);
+    EXPECT_EQ(model.safetyVersion(), safety);
+    EXPECT_FALSE(cardHeld());
+
+    model.undoLastRestore();
+    ASSERT_TRUE(
+        waitFor([&] { return model.step().kind == RestoreStep::Kind::done && !model.isRestoring(); }));
+    EXPECT_EQ(model.step().error, "There is no restore to undo on this card.");
+    EXPECT_EQ(test::treeOf(card.mountPath), before);
+    EXPECT_FALSE(cardHeld());
 }
 
 // One try, with no lease of its own, and never while an operation holds the card.

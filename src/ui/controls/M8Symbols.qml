@@ -16,7 +16,10 @@ QtObject {
         "play": "\u25B6",
         "stop": "\u25A0",
         "plus": "+",
-        "gear": "\u2699"
+        "gear": "\u2699",
+        "bell": "\u266A",
+        "paintpalette": "\u25D0",
+        "externaldrive": "\u25A3"
     })
 
     function glyph(name) {

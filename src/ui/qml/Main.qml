@@ -26,8 +26,20 @@ ApplicationWindow {
 
     header: AppHeader {}
 
+    // A settings file that cannot take changes is shown on every screen, not only in SETTINGS.
+    SettingsStoreProblem {
+        id: storeProblem
+        objectName: "storeProblemBanner"
+        visible: problem !== "" && Settings.mainTab !== "settings"  // SETTINGS shows it in place
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
+        anchors.margins: visible ? 8 : 0
+    }
+
     StackLayout {
         anchors.fill: parent
+        anchors.topMargin: storeProblem.visible ? storeProblem.height + 16 : 0
         currentIndex: Math.max(0, window.tabOrder.indexOf(Settings.mainTab))
 
         BackupTab { objectName: "backupTab" }
