@@ -1,5 +1,7 @@
 #include "DesktopSession.h"
 
+#include <gtest/gtest.h>
+
 #include <QApplication>
 #include <QQuickItem>
 #include <QQuickStyle>
@@ -22,16 +24,28 @@ XvfbDisplay& display() {
     return instance;
 }
 
-void startApplication() {
-    static std::unique_ptr<QApplication> application = [] {
-        ::setenv("DISPLAY", display().name()->c_str(), 1);
-        ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+// Holds the application for the whole run and ends it once the last test has ended: at exit,
+// after the other static objects have gone, Qt's clean-up would touch what is no longer there.
+class ApplicationEnvironment : public ::testing::Environment {
+public:
+    ApplicationEnvironment() {
         static int argc = 1;
         static char name[] = "tests_desktop";
         static char* argv[] = {name, nullptr};
-        QQuickStyle::setStyle(QStringLiteral("Basic"));
-        return std::make_unique<QApplication>(argc, argv);
-    }();
+        application_ = std::make_unique<QApplication>(argc, argv);
+    }
+    void TearDown() override { application_.reset(); }
+
+private:
+    std::unique_ptr<QApplication> application_;
+};
+
+void startApplication() {
+    if (QCoreApplication::instance() != nullptr) return;
+    ::setenv("DISPLAY", display().name()->c_str(), 1);
+    ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+    QQuickStyle::setStyle(QStringLiteral("Basic"));
+    ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 }
 
 void collectTexts(QQuickItem* item, QStringList& texts) {
@@ -49,13 +63,15 @@ std::optional<std::string> DesktopSession::unavailable() {
 }
 
 DesktopSession::DesktopSession(const std::optional<fs::path>& rsync) {
-    for (const auto& [variable, folder] : {std::pair{"XDG_CONFIG_HOME", "config"}, std::pair{"XDG_DATA_HOME", "data"},
-                                           std::pair{"XDG_STATE_HOME", "state"}, std::pair{"XDG_RUNTIME_DIR", "run"}}) {
+    for (const auto& [variable, folder] :
+         {std::pair{"XDG_CONFIG_HOME", "config"}, std::pair{"XDG_DATA_HOME", "data"},
+          std::pair{"XDG_STATE_HOME", "state"}, std::pair{"XDG_RUNTIME_DIR", "run"}}) {
         fs::create_directories(home_ / folder);
         ::setenv(variable, (home_ / folder).c_str(), 1);
     }
     ::setenv("HOME", home_.path().c_str(), 1);
-    if (rsync) writeFile(home_ / "config/tapekeep/settings.json", "{\"rsyncPath\": \"" + rsync->string() + "\"}");
+    if (rsync)
+        writeFile(home_ / "config/tapekeep/settings.json", "{\"rsyncPath\": \"" + rsync->string() + "\"}");
     startApplication();
     DesktopApplication::Options options;
     options.demo = true;
