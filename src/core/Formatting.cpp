@@ -1,5 +1,6 @@
 #include "core/Formatting.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -43,6 +44,17 @@ std::string formatWithThousandsSeparator(std::int64_t value) {
         grouped += digits[i];
     }
     return negative ? "-" + grouped : grouped;
+}
+
+std::string formatElapsed(std::int64_t seconds) {
+    seconds = std::max<std::int64_t>(seconds, 0);
+    const long long hours = seconds / 3600, minutes = (seconds % 3600) / 60, rest = seconds % 60;
+    char text[32];
+    if (hours > 0)
+        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", hours, minutes, rest);
+    else
+        std::snprintf(text, sizeof text, "%lld:%02lld", minutes, rest);
+    return text;
 }
 
 }  // namespace tapekeep

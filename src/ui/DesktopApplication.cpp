@@ -18,6 +18,7 @@
 #include "platform/UserFolders.h"
 #include "ui/AppLifecycle.h"
 #include "ui/CanberraSoundPlayer.h"
+#include "ui/CardListModel.h"
 #include "ui/DesktopFeedback.h"
 #include "ui/DesktopNotifier.h"
 #include "ui/M8Theme.h"
@@ -82,6 +83,7 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     auto dependencies = backupDependencies(demoRoot_, *store_);
     dependencies.feedback = feedback_.get();
     backup_ = std::make_unique<BackupViewModel>(*settings_, std::move(dependencies));
+    cards_ = std::make_unique<CardListModel>(*backup_);
     createShell();
 }
 
@@ -95,6 +97,7 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Backup", backup_.get());
     engine.provide("Lifecycle", lifecycle_.get());
     engine.provide("Updater", updater_.get());
+    engine.provide("Cards", cards_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the

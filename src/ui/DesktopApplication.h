@@ -12,6 +12,7 @@ class AppLifecycle;
 class AppSettings;
 class BackupViewModel;
 class CanberraSoundPlayer;
+class CardListModel;
 class DesktopFeedback;
 class DesktopNotifier;
 class LaunchTasks;
@@ -66,6 +67,7 @@ private:
     std::unique_ptr<DesktopNotifier> notifier_;
     std::unique_ptr<DesktopFeedback> feedback_;  // before the controller that reports to it
     std::unique_ptr<BackupViewModel> backup_;
+    std::unique_ptr<CardListModel> cards_;  // the BACKUP screen's tiles
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

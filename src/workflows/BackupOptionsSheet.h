@@ -75,6 +75,9 @@ public:
         return songs_.value(uuid).value_or(std::vector<SongItem>{});
     }
     [[nodiscard]] bool sizesLoaded(const std::string& uuid) const { return sizesLoaded_.contains(uuid); }
+    [[nodiscard]] std::optional<std::filesystem::path> destinationOverride(const std::string& uuid) const {
+        return destinationOverride_.value(uuid);
+    }
 
     [[nodiscard]] QVariantMap foldersVariant() const;
     [[nodiscard]] QVariantMap songsVariant() const;

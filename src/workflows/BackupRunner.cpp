@@ -1,12 +1,11 @@
 #include "workflows/BackupRunner.h"
 
-#include <cstdio>
-
 #include "app/AppSettings.h"
 #include "cards/OperationLock.h"
 #include "cards/OperationLockError.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
+#include "core/Formatting.h"
 #include "workflows/CardEjector.h"
 #include "workflows/CardStateTable.h"
 #include "workflows/QmlValues.h"
@@ -19,14 +18,7 @@ namespace {
 
 std::string elapsedText(std::optional<Clock::time_point> start) {
     if (!start) return "0:00";
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *start).count();
-    const long long hours = seconds / 3600, minutes = (seconds % 3600) / 60, rest = seconds % 60;
-    char text[32];
-    if (hours > 0)
-        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", hours, minutes, rest);
-    else
-        std::snprintf(text, sizeof text, "%lld:%02lld", minutes, rest);
-    return text;
+    return formatElapsed(std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *start).count());
 }
 
 // A card held by another operation, in this process or another; both refusals read alike.

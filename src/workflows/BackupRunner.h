@@ -65,6 +65,9 @@ public:
     [[nodiscard]] bool isRunning(const std::string& uuid) const { return runningTasks_.contains(uuid); }
     // What the card's last successful run published.
     [[nodiscard]] std::optional<BackupOutcome> lastOutcome(const std::string& uuid) const;
+    [[nodiscard]] std::optional<Clock::time_point> startTime(const std::string& uuid) const {
+        return cardStartTime_.value(uuid);
+    }
     [[nodiscard]] QVariantMap startTimeVariant() const;
 
 signals:

@@ -175,6 +175,16 @@ public:
     [[nodiscard]] std::vector<FileDiff> cardQuickDiffs(const std::string& uuid) const {
         return freshness_.quickDiffs(uuid);
     }
+    [[nodiscard]] std::optional<DiffSummary> cardDiffSummary(const std::string& uuid) const {
+        return freshness_.diffSummary(uuid);
+    }
+    [[nodiscard]] bool isDiffLoading(const std::string& uuid) const { return freshness_.isDiffLoading(uuid); }
+    [[nodiscard]] std::optional<Clock::time_point> cardStartTime(const std::string& uuid) const {
+        return runner_.startTime(uuid);
+    }
+    [[nodiscard]] std::optional<std::filesystem::path> destinationOverride(const std::string& uuid) const {
+        return options_.destinationOverride(uuid);
+    }
     [[nodiscard]] bool isRunning(const std::string& uuid) const { return runner_.isRunning(uuid); }
     [[nodiscard]] bool hasCountdown(const std::string& uuid) const { return countdown_.contains(uuid); }
     // What the card's last successful run published, for front ends that print it.

@@ -64,6 +64,10 @@ public:
         return cardDiffSummary_.value(uuid);
     }
 
+    [[nodiscard]] bool isDiffLoading(const std::string& uuid) const {
+        return cardDiffLoading_.contains(uuid);
+    }
+
     [[nodiscard]] QVariantMap freshnessVariant() const;
     [[nodiscard]] QVariantMap diffSummaryVariant() const;
     [[nodiscard]] QStringList diffLoadingVariant() const;

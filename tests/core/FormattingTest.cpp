@@ -39,5 +39,11 @@ TEST(FormattingTest, ThousandsSeparatorGroupsByThreeIncludingNegatives) {
         EXPECT_EQ(formatWithThousandsSeparator(value), expected) << value;
 }
 
+TEST(FormattingTest, ElapsedTimeShowsHoursOnlyWhenThereAreAny) {
+    const Cases cases{{0, "0:00"},       {5, "0:05"},       {754, "12:34"},
+                      {3600, "1:00:00"}, {3723, "1:02:03"}, {-4, "0:00"}};
+    for (const auto& [seconds, expected] : cases) EXPECT_EQ(formatElapsed(seconds), expected) << seconds;
+}
+
 }  // namespace
 }  // namespace tapekeep

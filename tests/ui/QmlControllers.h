@@ -4,6 +4,8 @@ class QObject;
 
 namespace tapekeep {
 class AppSettings;
+class BackupViewModel;
+class CardListModel;
 class M8Theme;
 }  // namespace tapekeep
 
@@ -13,5 +15,7 @@ namespace tapekeep::test {
 // per program and hand out whatever objects were given last, so that each test brings its own
 // settings and theme; an engine made after the call sees them. The objects stay the caller's.
 void provideControllers(AppSettings* settings, M8Theme* theme);
+// The same for the BACKUP screen's "Backup" and "Cards".
+void provideBackupControllers(BackupViewModel* backup, CardListModel* cards);
 
 }  // namespace tapekeep::test

@@ -59,7 +59,7 @@ Popup {
             wrapMode: Text.Wrap
             color: Theme.palette.ink0
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(13)
+            font.pointSize: M8Type.size(13)
             font.weight: Font.Bold
         }
         Text {
@@ -70,7 +70,7 @@ Popup {
             wrapMode: Text.Wrap
             color: Theme.palette.ink1
             font.family: Theme.fontFamily
-            font.pointSize: Theme.fontSize(11)
+            font.pointSize: M8Type.size(11)
         }
         Item {
             objectName: "alertSuppression"
@@ -94,14 +94,14 @@ Popup {
                         visible: alert.suppressed
                         text: "\u2713"
                         color: Theme.palette.bg0
-                        font.pointSize: Theme.fontSize(9)
+                        font.pointSize: M8Type.size(9)
                     }
                 }
                 Text {
                     text: alert.suppression
                     color: Theme.palette.ink1
                     font.family: Theme.fontFamily
-                    font.pointSize: Theme.fontSize(11)
+                    font.pointSize: M8Type.size(11)
                 }
             }
             MouseArea {

@@ -18,7 +18,7 @@ Menu {
                 text: item.text
                 color: item.enabled ? (item.highlighted ? Theme.palette.bg0 : Theme.palette.ink0) : Theme.palette.ink3
                 font.family: Theme.monoFamily
-                font.pointSize: Theme.fontSize(10)
+                font.pointSize: M8Type.size(10)
                 anchors.verticalCenter: parent.verticalCenter
             }
         }

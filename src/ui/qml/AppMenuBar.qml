@@ -13,7 +13,7 @@ MenuBar {
             text: item.text
             color: item.highlighted ? Theme.accent : Theme.palette.ink1
             font.family: Theme.monoFamily
-            font.pointSize: Theme.fontSize(10)
+            font.pointSize: M8Type.size(10)
             verticalAlignment: Text.AlignVCenter
         }
         background: Rectangle {
