@@ -382,7 +382,7 @@ void CardListModel::openOptions(const QString& uuid) {
 void CardListModel::chooseDestination(const QString& uuid, const QUrl& folder) {
     const SDCard* card = cardOf(uuid);
     if (card == nullptr || !folder.isLocalFile()) return;
-    backup_.prepareBackup(*card, std::filesystem::path(folder.toLocalFile().toStdString()));
+    backup_.chooseDestination(*card, std::filesystem::path(folder.toLocalFile().toStdString()));
 }
 
 void CardListModel::cancelConfirmation(const QString& uuid) {

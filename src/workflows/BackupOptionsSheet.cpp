@@ -30,14 +30,18 @@ BackupOptionsSheet::BackupOptionsSheet(Reader reader, QObject* parent)
 
 void BackupOptionsSheet::open(const SDCard& card, const std::optional<fs::path>& destination) {
     const std::string& uuid = card.diskUtilUUID;
-    if (destination)
-        destinationOverride_.assign(uuid, *destination);
-    else
-        destinationOverride_.erase(uuid);
+    setDestination(uuid, destination);
     folders_.erase(uuid);
     songs_.erase(uuid);
     sizesLoaded_.erase(uuid);
     load(card);
+}
+
+void BackupOptionsSheet::setDestination(const std::string& uuid, const std::optional<fs::path>& destination) {
+    if (destination)
+        destinationOverride_.assign(uuid, *destination);
+    else
+        destinationOverride_.erase(uuid);
 }
 
 void BackupOptionsSheet::close(const std::string& uuid) {

@@ -51,6 +51,8 @@ public:
 
     // Forgets the card's earlier choices, keeps the destination (or none) and starts loading.
     void open(const SDCard& card, const std::optional<std::filesystem::path>& destination);
+    // Sets or clears the one-shot destination of an open sheet; the choices made so far stay.
+    void setDestination(const std::string& uuid, const std::optional<std::filesystem::path>& destination);
     // The sheet is closed unused: its loads stop and its choices and destination are forgotten.
     void close(const std::string& uuid);
     // An automatic backup takes the whole card to the usual store, whatever the sheet chose.

@@ -192,6 +192,11 @@ void BackupViewModel::prepareBackup(const SDCard& card, const std::optional<fs::
     states_.set(card.diskUtilUUID, CardState::confirming());
 }
 
+void BackupViewModel::chooseDestination(const SDCard& card, const std::optional<fs::path>& destination) {
+    if (states_.state(card.diskUtilUUID).kind != CardState::Kind::confirming) return;
+    options_.setDestination(card.diskUtilUUID, destination);
+}
+
 void BackupViewModel::cancelConfirmation(const SDCard& card) {
     const std::string& uuid = card.diskUtilUUID;
     if (OperationLock::shared().isActive(VolumeUUID{uuid})) return;

@@ -119,6 +119,8 @@ public:
 
     void scanForCards();
     void prepareBackup(const SDCard& card, const std::optional<std::filesystem::path>& destination = {});
+    // Chooses (or clears) the one-shot destination in the open options sheet, keeping its choices.
+    void chooseDestination(const SDCard& card, const std::optional<std::filesystem::path>& destination);
     void cancelConfirmation(const SDCard& card);
     void startBackup(const SDCard& card);
     void cancelRun(const SDCard& card);

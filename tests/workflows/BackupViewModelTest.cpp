@@ -449,6 +449,27 @@ TEST_F(BackupViewModelTest, AfterAOneShotRunTheCardShowsWhatItsDestinationHolds)
     EXPECT_TRUE(model.destinationOverrideVariant().isEmpty());  // spent by that one run
 }
 
+TEST_F(BackupViewModelTest, ChoosingADestinationInTheOpenSheetKeepsTheFoldersChosenThere) {
+    const SDCard card = scannedCard();
+    model.prepareBackup(card);
+    ASSERT_TRUE(waitFor([&] { return model.folderSizesLoaded(card.diskUtilUUID); }));
+    const auto folders = model.cardFolders(card.diskUtilUUID);
+    ASSERT_FALSE(folders.empty());
+    model.setFolderSelected(card.diskUtilUUID, folders.front().name, false);
+
+    const fs::path oneShot = temp / "elsewhere";
+    model.chooseDestination(card, oneShot);
+    EXPECT_EQ(model.cardState(card.diskUtilUUID).kind, CardState::Kind::confirming);
+    const auto after = model.cardFolders(card.diskUtilUUID);
+    ASSERT_EQ(after.size(), folders.size()) << "the sheet was not loaded afresh";
+    EXPECT_FALSE(after.front().selected) << "the choice made before stays";
+    EXPECT_FALSE(model.destinationOverrideVariant().isEmpty());
+
+    model.cancelConfirmation(card);
+    model.chooseDestination(card, oneShot);  // no open sheet: nothing to choose for
+    EXPECT_TRUE(model.destinationOverrideVariant().isEmpty());
+}
+
 TEST_F(BackupViewModelTest, AutoEjectIsReadWhenTheRunEnds) {
     const SDCard card = scannedCard();
     holdNextTransfer(card);
