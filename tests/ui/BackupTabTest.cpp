@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "BackupControllerFixture.h"
-#include "QmlControllers.h"
 #include "QuickScreen.h"
 #include "ui/CardListModel.h"
 #include "ui/M8Theme.h"
@@ -19,8 +18,10 @@ using test::processEventsUntil;
 class BackupTabTest : public test::BackupControllerFixture {
 protected:
     BackupTabTest() {
-        test::provideControllers(&settings, &theme);
-        test::provideBackupControllers(&backup, &cards);
+        screen->provide("Settings", &settings);
+        screen->provide("Theme", &theme);
+        screen->provide("Backup", &backup);
+        screen->provide("Cards", &cards);
     }
     void TearDown() override { screen.reset(); }
 

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "GuiTestApplication.h"
-#include "QmlControllers.h"
 #include "QuickScreen.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
@@ -20,8 +19,9 @@ TEST(M8SearchFieldTest, TypedTextShowsTheClearControlThatEmptiesTheFieldAndKeeps
     SettingsStore store(temp / "settings.json");
     AppSettings settings(store, [] { return std::optional<std::string>("/usr/bin/rsync"); });
     M8Theme theme(settings, [] { return true; });
-    test::provideControllers(&settings, &theme);
     test::QuickScreen screen;
+    screen.provide("Settings", &settings);
+    screen.provide("Theme", &theme);
     QQuickItem* field = screen.loadText(
         "import QtQuick\nimport Tapekeep\nItem { M8SearchField { objectName: \"search\"; prompt: \"Search\" "
         "} }\n");

@@ -25,8 +25,7 @@ QPointF middleInScene(QQuickItem* item) {
 
 }  // namespace
 
-QuickScreen::QuickScreen() : engine_(std::make_unique<QQmlEngine>()) {
-    engine_->addImportPath(QStringLiteral("qrc:/qt/qml"));
+QuickScreen::QuickScreen() : engine_(std::make_unique<QmlEngineHost>()) {
     window_.resize(windowSize);
 }
 

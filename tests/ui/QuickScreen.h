@@ -9,15 +9,23 @@
 
 #include <memory>
 
+#include "ui/QmlEngineHost.h"
+
 namespace tapekeep::test {
 
 // One QML item shown in a window of its own, driven as a user would: clicks at an item's middle,
-// keys to the focused item, and the colours the window really drew. The controllers must be
-// provided before load().
+// keys to the focused item, and the colours the window really drew. The controllers the screen
+// reads are provided to its engine, as the application provides them, before load().
 class QuickScreen {
 public:
     QuickScreen();
     ~QuickScreen();
+
+    // Shows `object` (the caller's, outliving the screen) to QML as the singleton `name`.
+    template <typename Type>
+    void provide(const char* name, Type* object) {
+        engine_->provide(name, object);
+    }
 
     // Loads a file of the application's module, or QML text; null, with the errors, when it fails.
     QQuickItem* load(const QUrl& file);
@@ -40,7 +48,7 @@ private:
     QQuickItem* show(QObject* created);
 
     QQuickWindow window_;
-    std::unique_ptr<QQmlEngine> engine_;
+    std::unique_ptr<QmlEngineHost> engine_;
     std::unique_ptr<QQuickItem> root_;
     QString errors_;
 };

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "GuiTestApplication.h"
-#include "QmlControllers.h"
 #include "QuickScreen.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
@@ -34,8 +33,9 @@ protected:
         settings = std::make_unique<AppSettings>(*store,
                                                  [] { return std::optional<std::string>("/usr/bin/rsync"); });
         theme = std::make_unique<M8Theme>(*settings, [] { return true; });
-        test::provideControllers(settings.get(), theme.get());
         screen = std::make_unique<test::QuickScreen>();
+        screen->provide("Settings", settings.get());
+        screen->provide("Theme", theme.get());
         ASSERT_NE(screen->load(QUrl(QStringLiteral("qrc:/qt/qml/Tapekeep/SettingsTab.qml"))), nullptr)
             << screen->errors().toStdString();
     }
