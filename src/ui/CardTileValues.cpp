@@ -90,7 +90,8 @@ QVariant fraction(const std::optional<double>& value) {
 
 QVariant percent(const std::optional<double>& value) {
     if (!value) return {};
-    return static_cast<int>(std::lround(std::clamp(*value, 0.0, 1.0) * 100));
+    // Rounded down, so that 100% is shown only when the work is done.
+    return static_cast<int>(std::floor(std::clamp(*value, 0.0, 1.0) * 100));
 }
 
 QVariant epochMilliseconds(const std::optional<std::chrono::system_clock::time_point>& time) {

@@ -37,7 +37,7 @@ QVariantList songRows(const std::vector<SongItem>& songs);
 bool songsPartlyChosen(const std::vector<FolderSelection>& folders);
 // null when absent.
 QVariant fraction(const std::optional<double>& value);
-// The fraction as a whole percentage from 0 to 100; null when absent.
+// The fraction as a whole percentage from 0 to 100, rounded down; null when absent.
 QVariant percent(const std::optional<double>& value);
 QVariant epochMilliseconds(const std::optional<std::chrono::system_clock::time_point>& time);
 // "" when absent.

@@ -4,10 +4,9 @@
 #include <QPainter>
 #include <QPixmap>
 
-#include <cmath>
-
 #include "app/AppSettings.h"
 #include "ui/AppLifecycle.h"
+#include "ui/CardTileValues.h"
 #include "workflows/BackupViewModel.h"
 
 namespace tapekeep {
@@ -44,7 +43,7 @@ QString stateText(const CardState& state, std::optional<double> progress) {
             return QStringLiteral("Backup starts soon");
         case CardState::Kind::running:
             if (!progress) return QStringLiteral("Backing up");
-            return QStringLiteral("Backing up (%1%)").arg(static_cast<int>(std::floor(*progress * 100)));
+            return QStringLiteral("Backing up (%1%)").arg(CardTileValues::percent(progress).toInt());
         case CardState::Kind::success:
         case CardState::Kind::failed:
             return QString::fromStdString(state.message);

@@ -4,6 +4,7 @@
 
 #include "ShellFixture.h"
 #include "ui/AppLifecycle.h"
+#include "ui/CardTileValues.h"
 
 namespace tapekeep {
 
@@ -70,6 +71,9 @@ TEST(StatusBarCardLineTest, SaysWhatTheCardIsDoing) {
     EXPECT_EQ(StatusBarController::cardLine("M8", CardState::idle(), std::nullopt), "M8: Ready");
     EXPECT_EQ(StatusBarController::cardLine("M8", CardState::running(), std::nullopt), "M8: Backing up");
     EXPECT_EQ(StatusBarController::cardLine("M8", CardState::running(), 0.429), "M8: Backing up (42%)");
+    // The tray and the card's tile show the same figure, and neither says 100% before the end.
+    EXPECT_EQ(StatusBarController::cardLine("M8", CardState::running(), 0.999), "M8: Backing up (99%)");
+    EXPECT_EQ(CardTileValues::percent(0.999).toInt(), 99);
     EXPECT_EQ(
         StatusBarController::cardLine("M8", CardState::success("Backup successful (3s)."), std::nullopt),
         "M8: Backup successful (3s).");
