@@ -34,6 +34,20 @@ QVariantMap version(const BackupVersion& version) {
             {"isLatest", version.isLatest}};
 }
 
+QVariantMap backupSet(const BackupSet& set) {
+    return {{"folderName", text(set.folderName)},
+            {"volumeName", text(set.volumeName)},
+            {"path", text(set.rootURL.string())},
+            {"versions", listOf(set.versions, version)}};
+}
+
+QVariantMap fileNode(const FileNode& node) {
+    return {{"name", text(node.name)},
+            {"path", text(node.url.string())},
+            {"isDirectory", node.isDirectory},
+            {"size", node.fileSize ? QVariant(static_cast<qint64>(*node.fileSize)) : QVariant()}};
+}
+
 QVariant diffRows(const std::optional<std::vector<FileDiff>>& rows) {
     if (!rows) return {};
     return listOf(*rows, [](const FileDiff& difference) {

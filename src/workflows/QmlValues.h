@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "content/FileNode.h"
+#include "core/BackupSet.h"
 #include "core/BackupVersion.h"
 #include "core/FileDiff.h"
 #include "core/SDCard.h"
@@ -55,6 +57,10 @@ qint64 epochMilliseconds(Clock::time_point time);
 QVariantMap card(const SDCard& card);
 // {"folderName", "path", "isLatest"}
 QVariantMap version(const BackupVersion& version);
+// {"folderName", "volumeName", "path", "versions"}
+QVariantMap backupSet(const BackupSet& set);
+// {"name", "path", "isDirectory", "size"}; size is null for a folder.
+QVariantMap fileNode(const FileNode& node);
 // null, or a list of {"path", "kind"}.
 QVariant diffRows(const std::optional<std::vector<FileDiff>>& rows);
 

@@ -37,13 +37,6 @@ const Log& log() {
 using QmlValues::optionalText;
 using QmlValues::text;
 
-QVariantMap setVariant(const BackupSet& set) {
-    return {{"folderName", text(set.folderName)},
-            {"volumeName", text(set.volumeName)},
-            {"path", text(set.rootURL.string())},
-            {"versions", QmlValues::listOf(set.versions, QmlValues::version)}};
-}
-
 QVariant sizeVariant(const std::optional<std::int64_t>& size) {
     return size ? QVariant(static_cast<qint64>(*size)) : QVariant();
 }
@@ -728,7 +721,7 @@ QVariantList RestoreViewModel::availableTargetsVariant() const {
 }
 
 QVariantList RestoreViewModel::availableSetsVariant() const {
-    return QmlValues::listOf(availableSets_, setVariant);
+    return QmlValues::listOf(availableSets_, QmlValues::backupSet);
 }
 
 QVariant RestoreViewModel::selectedTargetVariant() const {
@@ -736,7 +729,7 @@ QVariant RestoreViewModel::selectedTargetVariant() const {
 }
 
 QVariant RestoreViewModel::selectedSetVariant() const {
-    return selectedSet_ ? QVariant(setVariant(*selectedSet_)) : QVariant();
+    return selectedSet_ ? QVariant(QmlValues::backupSet(*selectedSet_)) : QVariant();
 }
 
 QVariant RestoreViewModel::selectedVersionVariant() const {

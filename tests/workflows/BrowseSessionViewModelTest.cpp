@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <semaphore>
 #include <string>
 #include <vector>
@@ -57,7 +59,12 @@ protected:
             }
             return BrowseSearch::search(roots, query, filter, unused, token);
         };
-        dependencies.buildUsageIndex = [this](const fs::path& version, std::stop_token token) {
+        dependencies.browserDependencies.loadTree = [this](const fs::path& version, std::stop_token) {
+            std::lock_guard guard(treesLock_);
+            return trees_.at(version);
+        };
+        dependencies.browserDependencies.buildUsageIndex = [this](const fs::path& version,
+                                                                  std::stop_token token) {
             ++indexBuilds_;
             return BrowseFileService::sampleUsageIndex(version, token);
         };
@@ -67,12 +74,26 @@ protected:
         return made;
     }
 
+    // Opens the version whose tree is given, and waits until the browser has loaded it.
+    void open(BrowseSessionViewModel& browse, const fs::path& version, std::vector<FileNode> roots) {
+        {
+            std::lock_guard guard(treesLock_);
+            trees_[version] = std::move(roots);
+        }
+        const BackupVersion listed{version, version.filename().string(), std::nullopt, true};
+        browse.select(BrowseVersionSelection{
+            version, "rsync", BackupSet{version.parent_path(), "M8_1234", "M8", {listed}}, listed});
+        ASSERT_TRUE(test::waitFor([&] { return browse.browser()->isTreeLoaded(); }));
+    }
+
     bool waitForPublications(std::size_t count) {
         return test::waitFor([&] { return published_.size() >= count; });
     }
 
     std::atomic<int> searches_ = 0;
     std::atomic<int> indexBuilds_ = 0;
+    std::mutex treesLock_;
+    std::map<fs::path, std::vector<FileNode>> trees_;
     bool holdFirstSearch_ = false;
     std::atomic<bool> firstSearchEntered_ = false;
     std::binary_semaphore firstSearchRelease_{0};
@@ -82,7 +103,7 @@ protected:
 
 TEST_F(BrowseSessionViewModelTest, TypingSeveralLettersRunsOneSearchAfterTheLast) {
     auto browse = session();
-    browse->openTree("/version", filesAtTheTop({"kick.wav", "kit.m8s", "snare.wav"}));
+    open(*browse, "/version", filesAtTheTop({"kick.wav", "kit.m8s", "snare.wav"}));
     for (const auto* typed : {"k", "ki", "kic", "kick"}) browse->setSearchQuery(typed);
     EXPECT_EQ(searches_, 0);
     ASSERT_TRUE(waitForPublications(1));
@@ -94,7 +115,7 @@ TEST_F(BrowseSessionViewModelTest, TypingSeveralLettersRunsOneSearchAfterTheLast
 TEST_F(BrowseSessionViewModelTest, AResultOvertakenByANewQueryIsNeverShown) {
     holdFirstSearch_ = true;
     auto browse = session();
-    browse->openTree("/version", filesAtTheTop({"kick.wav", "snare.wav"}));
+    open(*browse, "/version", filesAtTheTop({"kick.wav", "snare.wav"}));
     browse->setSearchQuery("kick");
     const bool entered = test::waitFor([&] { return firstSearchEntered_.load(); });
     browse->setSearchQuery("snare");
@@ -110,7 +131,7 @@ TEST_F(BrowseSessionViewModelTest, BlankQueryClearsTheHitsAndTheCutAndANewTreeCl
     Paths kicks;
     for (int at = 0; at < 501; ++at) kicks.push_back("kick" + std::to_string(1000 + at) + ".wav");
     auto browse = session(0ms);
-    browse->openTree("/version", filesAtTheTop(kicks));
+    open(*browse, "/version", filesAtTheTop(kicks));
     browse->setSearchQuery("kick");
     ASSERT_TRUE(waitForPublications(1));
     EXPECT_EQ(browse->searchHits().size(), 500u);
@@ -127,7 +148,7 @@ TEST_F(BrowseSessionViewModelTest, BlankQueryClearsTheHitsAndTheCutAndANewTreeCl
     EXPECT_TRUE(browse->searchTruncated());
     int cleared = 0;
     QObject::connect(browse.get(), &BrowseSessionViewModel::searchTruncatedChanged, [&] { ++cleared; });
-    browse->openTree("/other", filesAtTheTop({"kick.wav"}));
+    open(*browse, "/other", filesAtTheTop({"kick.wav"}));
     EXPECT_TRUE(browse->searchHits().empty());
     EXPECT_FALSE(browse->searchTruncated());
     EXPECT_EQ(cleared, 1);
@@ -141,7 +162,7 @@ TEST_F(BrowseSessionViewModelTest, UnusedBuildsTheUsageIndexOncePerTree) {
          {"Samples/used.wav", "Samples/spare.wav", "Samples/spare one.wav", "Renders/spare.wav"})
         test::writeFile(version / file, "RIFF");
     auto browse = session(0ms);
-    browse->openTree(version, loadFileTree(version));
+    open(*browse, version, loadFileTree(version));
 
     browse->setSearchFilterText("unused");
     ASSERT_TRUE(waitForPublications(1));
@@ -151,15 +172,20 @@ TEST_F(BrowseSessionViewModelTest, UnusedBuildsTheUsageIndexOncePerTree) {
                                               {"Samples/spare one.wav"}}));
     EXPECT_EQ(indexBuilds_, 1);
 
-    browse->openTree(version, loadFileTree(version));
-    browse->setSearchQuery("");
+    // Another version has an index of its own, and the search on show runs again over its tree.
+    const fs::path other = temp / "backup-2026-01-02-100000";
+    fs::copy(version, other, fs::copy_options::recursive);
+    fs::remove(other / "Samples/spare one.wav");
+    test::writeFile(other / "Samples/one more.wav", "RIFF");
+    open(*browse, other, loadFileTree(other));
     ASSERT_TRUE(waitForPublications(3));
+    EXPECT_EQ(published_.back(), Paths{"Samples/one more.wav"});
     EXPECT_EQ(indexBuilds_, 2);
 }
 
 TEST_F(BrowseSessionViewModelTest, ScreenReadsTheFilterByRawValueAndEachHitAsAMap) {
     auto browse = session(0ms);
-    browse->openTree("/version", filesAtTheTop({"kick.wav"}));
+    open(*browse, "/version", filesAtTheTop({"kick.wav"}));
     browse->setSearchFilterText("samples");
     EXPECT_EQ(browse->searchFilter(), BrowseSearchFilter::samples);
     browse->setSearchFilterText("Songs");
@@ -169,6 +195,122 @@ TEST_F(BrowseSessionViewModelTest, ScreenReadsTheFilterByRawValueAndEachHitAsAMa
         browse->searchHitsVariant(),
         (QVariantList{QVariantMap{
             {"name", "kick.wav"}, {"relativeFolder", ""}, {"path", "kick.wav"}, {"isDirectory", false}}}));
+}
+
+// A base folder on disk with one set of two versions, browsed through the real tree walk.
+class BrowseSessionOnDiskTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        test::startApplication();
+        test::writeFile(older_ / "Songs/OLD.m8s", test::songWithSamples({}));
+        test::writeFile(newer_ / "Songs/Live/SET.m8s", test::songWithSamples({"/samples/loops/PAD.wav"}));
+        test::writeFile(newer_ / "Samples/Loops/pad.wav", "RIFF pad");
+        test::writeFile(newer_ / "Samples/Drums/Kick1.wav", "RIFF other");
+        BrowseSessionViewModel::Dependencies dependencies;
+        dependencies.debounce = 0ms;
+        dependencies.baseFolder = [this] { return base_; };
+        dependencies.rsyncPath = [] { return std::string("/usr/bin/rsync"); };
+        dependencies.detectedCards = [this] { return cards_; };
+        session_ = std::make_unique<BrowseSessionViewModel>(std::move(dependencies));
+        QObject::connect(session_.get(), &BrowseSessionViewModel::searchResultsPublished,
+                         [this] { ++published_; });
+        session_->loadSets();
+        ASSERT_TRUE(test::waitFor([&] { return !session_->isLoadingSets(); }));
+    }
+
+    void openNewer() {
+        session_->selectVersion("M8_1234ABCD", "backup-2026-02-01-100000");
+        ASSERT_NE(session_->browser(), nullptr);
+        ASSERT_TRUE(test::waitFor([&] { return session_->browser()->isTreeLoaded(); }));
+    }
+
+    std::vector<std::string> pathNames() const {
+        std::vector<std::string> names;
+        for (const auto& folder : session_->path()) names.push_back(folder.name);
+        return names;
+    }
+
+    test::TempDir temp_;
+    fs::path base_ = temp_ / "base";
+    fs::path older_ = base_ / "M8_1234ABCD/backup-2026-01-01-100000";
+    fs::path newer_ = base_ / "M8_1234ABCD/backup-2026-02-01-100000";
+    std::vector<SDCard> cards_;
+    int published_ = 0;
+    std::unique_ptr<BrowseSessionViewModel> session_;
+};
+
+TEST_F(BrowseSessionOnDiskTest, AVersionOpensAtItsTopAndFoldersAreWalkedDownAndBackUp) {
+    ASSERT_EQ(session_->availableSets().size(), 1u);
+    EXPECT_EQ(session_->availableSets()[0].versions.size(), 2u);
+    session_->toggleSet("M8_1234ABCD");
+    EXPECT_EQ(session_->openSetIDsVariant(), QStringList{"M8_1234ABCD"});
+    session_->toggleSet("M8_1234ABCD");
+    EXPECT_TRUE(session_->openSetIDsVariant().isEmpty());
+
+    openNewer();
+    const auto* browser = session_->browser();
+    EXPECT_EQ(session_->selection()->rsyncPath, "/usr/bin/rsync");
+    EXPECT_EQ(session_->folderEntries().size(), 2u);
+    session_->activateEntry("Songs");
+    session_->activateEntry("Live");
+    EXPECT_EQ(pathNames(), (std::vector<std::string>{"Songs", "Live"}));
+    session_->activateEntry("SET.m8s");
+    EXPECT_EQ(session_->selectedNode()->name, "SET.m8s");
+    ASSERT_TRUE(test::waitFor([&] { return browser->songMetadata().has_value(); }));
+
+    // The device wrote the path in other letters than the card's file system keeps.
+    session_->previewSample("/samples/loops/PAD.wav");
+    ASSERT_TRUE(session_->previewOverride().has_value());
+    EXPECT_EQ(session_->previewOverride()->url, newer_ / "Samples/Loops/pad.wav");
+    session_->clearPreviewOverride();
+    EXPECT_EQ(session_->previewNodeVariant()["name"], "SET.m8s");
+
+    session_->goToDepth(1);
+    EXPECT_EQ(pathNames(), std::vector<std::string>{"Songs"});
+    EXPECT_FALSE(session_->selectedNode());
+
+    // The same version again changes nothing; another makes a new browser at its top.
+    session_->selectVersion("M8_1234ABCD", "backup-2026-02-01-100000");
+    EXPECT_EQ(session_->browser(), browser);
+    EXPECT_EQ(pathNames().size(), 1u);
+    session_->selectVersion("M8_1234ABCD", "backup-2026-01-01-100000");
+    EXPECT_NE(session_->browser(), browser);
+    EXPECT_TRUE(session_->path().empty());
+}
+
+TEST_F(BrowseSessionOnDiskTest, OpeningAHitShowsItsFolderAndAHitWhoseFolderIsGoneChangesNothing) {
+    openNewer();
+    session_->setSearchQuery("drums kick");
+    ASSERT_TRUE(test::waitFor([&] { return published_ == 1; }));
+    ASSERT_EQ(session_->searchHits().size(), 1u);
+    const auto hit = session_->searchHits()[0];
+    EXPECT_EQ(hit.relativePath(), "Samples/Drums/Kick1.wav");
+    session_->openHitAt(0);
+    EXPECT_EQ(pathNames(), (std::vector<std::string>{"Samples", "Drums"}));
+    EXPECT_EQ(session_->selectedNode()->url, newer_ / "Samples/Drums/Kick1.wav");
+
+    session_->setSearchQuery("drums");
+    ASSERT_TRUE(test::waitFor([&] { return published_ == 2; }));
+    ASSERT_TRUE(session_->searchHits()[0].node.isDirectory);
+    session_->openHitAt(0);  // a folder: shown, not previewed
+    EXPECT_EQ(pathNames(), (std::vector<std::string>{"Samples", "Drums"}));
+    EXPECT_FALSE(session_->selectedNode());
+
+    auto gone = hit;
+    gone.relativeFolder = "Samples/Percussion";
+    session_->goToDepth(0);
+    session_->openHit(gone);
+    EXPECT_TRUE(session_->path().empty());
+    EXPECT_FALSE(session_->selectedNode());
+}
+
+TEST_F(BrowseSessionOnDiskTest, ACopyIsOfferedOnlyWhileTheCardTheSetCameFromIsMounted) {
+    openNewer();
+    EXPECT_FALSE(session_->canCopyToCard());
+    cards_ = {SDCard{temp_ / "other", "M8", "FFFF-0000"}, SDCard{temp_ / "card", "M8", "1234-ABCD"}};
+    session_->refreshCards();
+    ASSERT_TRUE(session_->canCopyToCard());
+    EXPECT_EQ(session_->cardOfSelection()->mountPath, temp_ / "card");
 }
 
 }  // namespace
