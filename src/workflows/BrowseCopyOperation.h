@@ -7,9 +7,9 @@
 
 #include "backup/BackupOperation.h"
 #include "cards/Lease.h"
-#include "cards/ValidateResult.h"
 #include "cards/VolumeUUID.h"
 #include "core/SDCard.h"
+#include "workflows/RestoreOperation.h"
 
 namespace tapekeep {
 
@@ -23,9 +23,9 @@ namespace tapekeep {
 // cards (the lease refuses a second copy to the same card).
 class BrowseCopyOperation {
 public:
-    using LineHandler = std::function<void(const std::string& line)>;
-    // Whether the card with this UUID is mounted now; the same shape RestoreOperation::Validator has.
-    using Validator = std::function<ValidateResult(const std::string& uuid, std::stop_token token)>;
+    using LineHandler = RestoreOperation::LineHandler;
+    // Whether the card with this UUID is mounted now: a restore's validator serves a copy as well.
+    using Validator = RestoreOperation::Validator;
 
     struct Dependencies {
         // Throws when the card is not the mounted, expected volume.

@@ -15,8 +15,6 @@
 namespace tapekeep {
 namespace {
 namespace fs = std::filesystem;
-using test::readFile;
-using test::writeFile;
 
 using BrowseCopyCardTest = test::FuseCardTest;
 
@@ -24,14 +22,14 @@ TEST_F(BrowseCopyCardTest, ASongFolderComesBackToTheCardAndReadsBackAlike) {
     const fs::path card = card_->mountPath();
     const std::string gig = test::songWithSamples({"/Samples/kick.wav"});
     const std::string jam = test::pseudoRandomBytes(BrowseCopyOperation::blockSize + 4096, 7);
-    writeFile(card / "Songs/Live/GIG.m8s", gig);
-    writeFile(card / "Songs/Live/Old/JAM.m8s", jam);
-    writeFile(card / "Instruments/BASS.m8i", "bass");
-    writeFile(card / "Samples/kick.wav", "kick");
+    test::writeFile(card / "Songs/Live/GIG.m8s", gig);
+    test::writeFile(card / "Songs/Live/Old/JAM.m8s", jam);
+    test::writeFile(card / "Instruments/BASS.m8i", "bass");
+    test::writeFile(card / "Samples/kick.wav", "kick");
     const fs::path version = backupOk();
     ASSERT_FALSE(version.empty());
     fs::remove_all(card / "Songs/Live");
-    writeFile(card / "Songs/NEW.m8s", "made on the card since");
+    test::writeFile(card / "Songs/NEW.m8s", "made on the card since");
 
     const VolumeScanner scanner({volumes_}, nullptr);
     const BrowseCopyOperation operation(
@@ -51,10 +49,10 @@ TEST_F(BrowseCopyCardTest, ASongFolderComesBackToTheCardAndReadsBackAlike) {
     }
 
     EXPECT_EQ(copied, card / "Songs/Live");
-    EXPECT_EQ(readFile(card / "Songs/Live/GIG.m8s"), gig);
-    EXPECT_EQ(readFile(card / "Songs/Live/Old/JAM.m8s"), jam);
-    EXPECT_EQ(readFile(card / "Songs/NEW.m8s"), "made on the card since");
-    EXPECT_EQ(readFile(card / "Samples/kick.wav"), "kick");
+    EXPECT_EQ(test::readFile(card / "Songs/Live/GIG.m8s"), gig);
+    EXPECT_EQ(test::readFile(card / "Songs/Live/Old/JAM.m8s"), jam);
+    EXPECT_EQ(test::readFile(card / "Songs/NEW.m8s"), "made on the card since");
+    EXPECT_EQ(test::readFile(card / "Samples/kick.wav"), "kick");
     EXPECT_FALSE(lines.empty());
     EXPECT_FALSE(OperationLock::shared().isActive(VolumeUUID{card_->uuid()}));
 }
