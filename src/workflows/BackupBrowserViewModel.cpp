@@ -4,6 +4,7 @@
 
 #include "cards/OperationLockError.h"
 #include "content/BrowseFileError.h"
+#include "content/DragExport.h"
 #include "content/FileTreeLoader.h"
 #include "content/M8FileKind.h"
 #include "content/M8SongParser.h"
@@ -46,6 +47,7 @@ BackupBrowserViewModel::BackupBrowserViewModel(fs::path versionURL, std::string 
             throwIfCancelled(token);
             return metadataOf(file);
         };
+    if (!dependencies_.dragFolder) dependencies_.dragFolder = &DragExport::defaultTemporaryFolder;
     if (!dependencies_.buildUsageIndex) dependencies_.buildUsageIndex = &BrowseFileService::sampleUsageIndex;
     copyStatusClearing_.setSingleShot(true);
     copyStatusClearing_.setInterval(dependencies_.copyStatusLifetime);
@@ -295,6 +297,25 @@ void BackupBrowserViewModel::setCopyStatus(std::optional<std::string> status) {
     if (status == copyStatus_) return;
     copyStatus_ = std::move(status);
     emit copyStatusChanged();
+}
+
+// --- Dragging out ---
+
+void BackupBrowserViewModel::prepareDrag(const QString& path) {
+    work_.tasks().start([this, path, file = fs::path(path.toStdString()), version = versionURL_,
+                         folder = dependencies_.dragFolder, poster = work_.poster()](std::stop_token token) {
+        try {
+            if (!BrowseFileService::isInside(file, version)) throw BrowseFileError::sourceOutsideVersion();
+            const auto handed = DragExport::deliver(DragExport::offerFor(file), version, folder(), token);
+            poster->post([this, path, handed] {
+                emit dragReady(path, QUrl::fromLocalFile(QString::fromStdString(handed.string())));
+            });
+        } catch (const Cancelled&) {
+        } catch (const std::exception& error) {
+            poster->post(
+                [this, path, message = QmlValues::text(error.what())] { emit dragFailed(path, message); });
+        }
+    });
 }
 
 // --- What the screen reads ---

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QString>
 #include <QTimer>
+#include <QUrl>
 #include <QVariant>
 #include <QVariantList>
 #include <QVariantMap>
@@ -65,6 +66,8 @@ public:
         UsageIndexBuilder buildUsageIndex;  // default: BrowseFileService::sampleUsageIndex
         BrowseCopyOperation::Dependencies copy;
         std::chrono::milliseconds copyStatusLifetime{3000};
+        // Where songs dragged out are prepared with their samples. Default: the application's own.
+        std::function<std::filesystem::path()> dragFolder;
         FeatureAccessAdmission featureAccess;
     };
 
@@ -123,6 +126,10 @@ public:
     [[nodiscard]] bool isCopying() const { return isCopying_; }
     [[nodiscard]] const std::optional<std::string>& copyStatus() const { return copyStatus_; }
 
+    // What dragging a file of the version out of the window hands over: a song with its samples
+    // beside it in a drag folder, anything else as it stands. dragReady or dragFailed follows.
+    Q_INVOKABLE void prepareDrag(const QString& path);
+
     [[nodiscard]] QVariantMap selectedNodeVariant() const;
     [[nodiscard]] QVariant songMetadataVariant() const;
     [[nodiscard]] QVariant metadataErrorVariant() const;
@@ -142,6 +149,9 @@ signals:
     void isCopyingChanged();
     void copyStatusChanged();
     void copyLine(const QString& line);
+    // The drag of the file at path (as given to prepareDrag) may start, handing over url.
+    void dragReady(const QString& path, const QUrl& url);
+    void dragFailed(const QString& path, const QString& message);
 
 private:
     struct LoadedMetadata {

@@ -213,5 +213,43 @@ TEST_F(BackupBrowserViewModelTest, ACopyIsRefusedWhileAnotherHoldsTheCardOrOneRu
     EXPECT_TRUE(OperationLock::shared().activeVolumeUUIDs().empty());
 }
 
+TEST_F(BackupBrowserViewModelTest, ASongDraggedOutTakesItsSamplesAndAMissingOneFailsTheDragInItsWords) {
+    BackupBrowserViewModel::Dependencies dependencies;
+    dependencies.dragFolder = [this] { return temp_ / "drags"; };
+    fs::create_directories(temp_ / "drags");
+    auto browse = browser(std::move(dependencies));
+    std::vector<std::pair<QString, QString>> ends;
+    QObject::connect(
+        browse.get(), &BackupBrowserViewModel::dragReady,
+        [&](const QString& path, const QUrl& url) { ends.emplace_back(path, url.toLocalFile()); });
+    QObject::connect(
+        browse.get(), &BackupBrowserViewModel::dragFailed,
+        [&](const QString& path, const QString& message) { ends.emplace_back(path, "failed: " + message); });
+
+    const auto other = QString::fromStdString((version_ / "Songs/OTHER.m8s").string());
+    browse->prepareDrag(other);
+    ASSERT_TRUE(test::waitFor([&] { return ends.size() == 1; }));
+    const fs::path handed = ends[0].second.toStdString();
+    EXPECT_EQ(ends[0].first, other);
+    EXPECT_EQ(handed.filename(), "OTHER.m8s");
+    EXPECT_EQ(test::readFile(handed.parent_path().parent_path() / "Samples/snare.wav"), "RIFF snare");
+
+    test::writeFile(version_ / "Songs/LOST.m8s",
+                    test::songWithSamples({"/Samples/kick.wav", "/Samples/gone.wav"}));
+    const auto lost = QString::fromStdString((version_ / "Songs/LOST.m8s").string());
+    browse->prepareDrag(lost);
+    ASSERT_TRUE(test::waitFor([&] { return ends.size() == 2; }));
+    EXPECT_EQ(ends[1].first, lost);
+    EXPECT_EQ(ends[1].second.toStdString(), "failed: Referenced sample is missing: /Samples/gone.wav");
+    std::size_t dragFolders = 0;
+    for (const auto& entry : fs::directory_iterator(temp_ / "drags")) dragFolders += entry.is_directory();
+    EXPECT_EQ(dragFolders, 1u);  // the first drag's, which the receiver may still be reading
+
+    const auto outside = QString::fromStdString((temp_ / "card").string());
+    browse->prepareDrag(outside);
+    ASSERT_TRUE(test::waitFor([&] { return ends.size() == 3; }));
+    EXPECT_EQ(ends[2].second.toStdString(), "failed: The selected file is outside this backup version.");
+}
+
 }  // namespace
 }  // namespace tapekeep
