@@ -15,6 +15,7 @@
 
 #include "../workflows/FakeVolumes.h"
 #include "GuiTestApplication.h"
+#include "M8Files.h"
 #include "QuickScreen.h"
 #include "TempDir.h"
 #include "app/AppSettings.h"
@@ -272,6 +273,41 @@ TEST_F(RestoreTabTest, ARestoreGoesThroughThePreviewsRowsAndEndsInTheControllers
         << textOf("ejectAnswer");
     click("startOverButton");
     EXPECT_TRUE(reaches("selectTarget"));
+}
+
+TEST_F(RestoreTabTest, SongsChosenOneByOneShowTheSamplesTheyBringAndOnlyThoseGoBack) {
+    const fs::path march = set / "backup-2026-03-01-100000";
+    writeFile(march / "Songs/GIG.m8s", test::songWithSamples({"/Samples/kick.wav"}));
+    writeFile(march / "Samples/pad.wav", "pad");
+    ASSERT_NE(showTab(), nullptr);
+    walkToVersions();
+    click("nextButton");
+    ASSERT_TRUE(reaches("selectFolders"));
+    ASSERT_TRUE(processEventsUntil([&] { return !restore.isLoadingSongs(); }));
+
+    screen->pressSpace(item("segment_folders"));
+    ASSERT_TRUE(processEventsUntil([&] { return shows("folder_Samples"); }));
+    screen->pressSpace(item("segment_individual"));
+    ASSERT_TRUE(processEventsUntil([&] { return shows("song_Songs/GIG.m8s"); }));
+    EXPECT_EQ(textOf("songSamples"), "+ /Samples/kick.wav");
+    screen->pressSpace(item("folder_Instruments"));
+    screen->pressSpace(item("folder_Samples"));
+    screen->pressSpace(item("song_Songs/GIG.m8s"));
+    EXPECT_TRUE(item("song_Songs/GIG.m8s")->property("checked").toBool());
+
+    click("nextButton");
+    ASSERT_TRUE(reaches("confirm"));
+    click("nextButton");
+    ASSERT_TRUE(reaches("previewDiff"));
+    ASSERT_TRUE(processEventsUntil([&] { return shows("previewRows"); })) << textOf("previewError");
+    EXPECT_EQ(textOf("diffCount_added", item("previewRows")), "ADDED (2)");  // the song and its sample
+    click("nextButton");
+    ASSERT_TRUE(reaches("done"));
+    EXPECT_EQ(textOf("resultText"), "Restore complete.");
+    EXPECT_TRUE(fs::exists(card.mountPath / "Songs/GIG.m8s"));
+    EXPECT_EQ(test::readFile(card.mountPath / "Samples/kick.wav"), "kick");
+    EXPECT_FALSE(fs::exists(card.mountPath / "Samples/pad.wav"));
+    EXPECT_EQ(test::readFile(card.mountPath / "Songs/LIVE.m8s"), "on the card");
 }
 
 TEST_F(RestoreTabTest, AVersionGoneSinceItWasChosenEndsInItsOwnWords) {
