@@ -43,7 +43,7 @@ ColumnLayout {
                 required property var modelData
                 required property int index
                 objectName: "set_" + index
-                width: 280
+                width: Math.max(280, implicitWidth)
                 title: modelData.volumeName !== "" ? modelData.volumeName : modelData.folderName
                 detail: modelData.folderName + "  " + modelData.versions.length
                         + (modelData.versions.length === 1 ? " version" : " versions")

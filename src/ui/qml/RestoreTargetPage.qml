@@ -49,7 +49,7 @@ ColumnLayout {
                 required property var modelData
                 required property int index
                 objectName: "target_" + index
-                width: 280
+                width: Math.max(280, implicitWidth)
                 title: modelData.volumeName
                 detail: modelData.uuid.slice(-8) + "  " + modelData.mountPath
                 selected: index === page.wizard.markedTarget
