@@ -26,7 +26,9 @@
 #include "ui/QmlEngineHost.h"
 #include "ui/StatusBarController.h"
 #include "ui/UpdaterController.h"
+#include "ui/VersionComparisonSheet.h"
 #include "workflows/BackupViewModel.h"
+#include "workflows/RestoreViewModel.h"
 
 namespace tapekeep {
 
@@ -52,6 +54,14 @@ BackupViewModel::Dependencies backupDependencies(const std::optional<std::filesy
         };
         dependencies.followMounts = false;
     }
+    return dependencies;
+}
+
+// The restore wizard offers the cards and the backups that the BACKUP screen shows.
+RestoreViewModel::Dependencies restoreDependencies(const BackupViewModel::Dependencies& backup) {
+    RestoreViewModel::Dependencies dependencies;
+    if (backup.makeScanner) dependencies.makeScanner = backup.makeScanner;
+    dependencies.baseFolderOverride = backup.baseFolderOverride;
     return dependencies;
 }
 
@@ -82,8 +92,14 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
         [this](const std::string& eventId) { sounds_->play(eventId); }});
     auto dependencies = backupDependencies(demoRoot_, *store_);
     dependencies.feedback = feedback_.get();
+    restore_ = std::make_unique<RestoreViewModel>(*settings_, restoreDependencies(dependencies));
     backup_ = std::make_unique<BackupViewModel>(*settings_, std::move(dependencies));
     cards_ = std::make_unique<CardListModel>(*backup_);
+    comparisons_ = std::make_unique<VersionComparisonSheet>(*restore_, [this] {
+        ComparisonViewModel::Dependencies comparison;
+        comparison.rsyncPath = settings_->rsyncPath().toStdString();
+        return comparison;
+    });
     createShell();
 }
 
@@ -98,6 +114,8 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Lifecycle", lifecycle_.get());
     engine.provide("Updater", updater_.get());
     engine.provide("Cards", cards_.get());
+    engine.provide("Restore", restore_.get());
+    engine.provide("Comparison", comparisons_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the

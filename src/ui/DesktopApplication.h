@@ -21,7 +21,9 @@ class MainWindowFrameKeeper;
 class SettingsStore;
 class StatusBarController;
 class QmlEngineHost;
+class RestoreViewModel;
 class UpdaterController;
+class VersionComparisonSheet;
 
 // The desktop application's objects in their start-up order (the single-instance guard comes before,
 // in main): the log pruning, the settings with their repairs, the theme, the controllers with the
@@ -46,6 +48,7 @@ public:
     [[nodiscard]] AppSettings& settings() { return *settings_; }
     [[nodiscard]] M8Theme& theme() { return *theme_; }
     [[nodiscard]] BackupViewModel& backup() { return *backup_; }
+    [[nodiscard]] RestoreViewModel& restore() { return *restore_; }
     [[nodiscard]] QObject* window() const;
     [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
 
@@ -68,6 +71,8 @@ private:
     std::unique_ptr<DesktopFeedback> feedback_;  // before the controller that reports to it
     std::unique_ptr<BackupViewModel> backup_;
     std::unique_ptr<CardListModel> cards_;  // the BACKUP screen's tiles
+    std::unique_ptr<RestoreViewModel> restore_;
+    std::unique_ptr<VersionComparisonSheet> comparisons_;  // the RESTORE screen's comparison sheet
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

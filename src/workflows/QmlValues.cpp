@@ -31,7 +31,8 @@ QVariantMap card(const SDCard& card) {
 QVariantMap version(const BackupVersion& version) {
     return {{"folderName", text(version.folderName)},
             {"path", text(version.url.string())},
-            {"isLatest", version.isLatest}};
+            {"isLatest", version.isLatest},
+            {"date", version.date ? QVariant(epochMilliseconds(*version.date)) : QVariant()}};
 }
 
 QVariantMap backupSet(const BackupSet& set) {

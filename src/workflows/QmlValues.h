@@ -55,7 +55,8 @@ qint64 epochMilliseconds(Clock::time_point time);
 
 // {"volumeName", "uuid", "mountPath"}
 QVariantMap card(const SDCard& card);
-// {"folderName", "path", "isLatest"}
+// {"folderName", "path", "isLatest", "date"}; date in milliseconds since the epoch, null when the
+// folder name gives none.
 QVariantMap version(const BackupVersion& version);
 // {"folderName", "volumeName", "path", "versions"}
 QVariantMap backupSet(const BackupSet& set);

@@ -16,6 +16,7 @@
 #include "content/SampleReferences.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
+#include "core/Formatting.h"
 #include "core/Log.h"
 #include "core/Uuid.h"
 #include "platform/VolumeEjector.h"
@@ -37,8 +38,20 @@ const Log& log() {
 using QmlValues::optionalText;
 using QmlValues::text;
 
+template <typename Item>
+const Item* itemAt(const std::vector<Item>& items, int index) {
+    return index >= 0 && static_cast<std::size_t>(index) < items.size()
+               ? &items[static_cast<std::size_t>(index)]
+               : nullptr;
+}
+
 QVariant sizeVariant(const std::optional<std::int64_t>& size) {
     return size ? QVariant(static_cast<qint64>(*size)) : QVariant();
+}
+
+// "" until the size is known.
+QString sizeText(const std::optional<std::int64_t>& size) {
+    return size ? text(formatByteCount(*size)) : QString();
 }
 
 // A set that cannot be compared now will be backed up, or fail to be, at the start of the run.
@@ -261,6 +274,22 @@ void RestoreViewModel::selectSet(const BackupSet& set) {
         });
 }
 
+void RestoreViewModel::selectTarget(int index) {
+    if (const SDCard* card = itemAt(availableTargets_, index)) selectTarget(*card);
+}
+
+void RestoreViewModel::selectSet(int index) {
+    if (const BackupSet* set = itemAt(availableSets_, index)) selectSet(*set);
+}
+
+void RestoreViewModel::selectVersion(int index) {
+    if (const BackupVersion* version = versionAt(index)) selectVersion(*version);
+}
+
+const BackupVersion* RestoreViewModel::versionAt(int index) const {
+    return selectedSet_ ? itemAt(selectedSet_->versions, index) : nullptr;
+}
+
 void RestoreViewModel::applyRepositoryFacts(const std::string& generation, RepositoryFacts facts) {
     if (generation != repositoryGeneration_) return;
     replace(selectedSet_, std::move(facts.set), &RestoreViewModel::selectedSetChanged);
@@ -447,6 +476,22 @@ void RestoreViewModel::setChildSelected(const std::string& folderPath, const std
         &RestoreViewModel::folderChildrenChanged);
 }
 
+void RestoreViewModel::chooseFolder(const QString& name, bool selected) {
+    setFolderSelected(name.toStdString(), selected);
+}
+
+void RestoreViewModel::chooseSong(const QString& relativePath, bool selected) {
+    setSongSelected(relativePath.toStdString(), selected);
+}
+
+void RestoreViewModel::chooseChild(const QString& folderPath, const QString& relativePath, bool selected) {
+    setChildSelected(folderPath.toStdString(), relativePath.toStdString(), selected);
+}
+
+void RestoreViewModel::openFolder(const QString& folderPath) {
+    loadFolderChildren(folderPath.toStdString());
+}
+
 void RestoreViewModel::confirmSelection() {
     if (selectedTarget_ && selectedVersion_) setStep(RestoreStep::at(RestoreStep::Kind::confirm));
 }
@@ -533,6 +578,7 @@ bool RestoreViewModel::takeLease() {
     setStep(RestoreStep::at(RestoreStep::Kind::running));
     pendingLogLines_.clear();
     assign(logLines_, std::vector<std::string>{}, &RestoreViewModel::logLinesChanged);
+    resetProgress();
     assign(safetyVersion_, std::optional<fs::path>(), &RestoreViewModel::safetyVersionChanged);
     return true;
 }
@@ -612,6 +658,35 @@ void RestoreViewModel::cancelRestore() {
     if (restoreTask_) tasks_.cancel(*restoreTask_);
 }
 
+void RestoreViewModel::goBack() {
+    using Kind = RestoreStep::Kind;
+    switch (step_.kind) {
+        case Kind::selectSet:
+            return setStep(RestoreStep::at(Kind::selectTarget));
+        case Kind::selectVersion:
+            return setStep(RestoreStep::at(Kind::selectSet));
+        case Kind::selectFolders:
+            return setStep(RestoreStep::at(Kind::selectVersion));
+        case Kind::confirm:
+            return setStep(RestoreStep::at(Kind::selectFolders));
+        case Kind::previewDiff:
+            cancelTask(diffTask_);
+            diffGeneration_ = makeUuid();
+            assign(isLoadingDiff_, false, &RestoreViewModel::isLoadingDiffChanged);
+            return setStep(RestoreStep::at(Kind::confirm));
+        case Kind::selectTarget:
+        case Kind::running:
+        case Kind::done:
+            return;
+    }
+}
+
+void RestoreViewModel::startOver() {
+    if (restoreTask_) return;
+    setStep(RestoreStep::at(RestoreStep::Kind::selectTarget));
+    loadTargets();
+}
+
 // ---- output ---------------------------------------------------------------------------------
 
 // On the run's thread: lines wait in the inbox, and the first of a burst asks for one drain.
@@ -631,8 +706,12 @@ void RestoreViewModel::drainInbox() {
         std::lock_guard lock(inboxMutex_);
         lines.swap(inbox_);
     }
-    for (auto& line : lines)
-        if (!parseProgressLine(line) && !isProgressNoise(line)) pendingLogLines_.push_back(std::move(line));
+    for (auto& line : lines) {
+        if (const auto progress = parseProgressLine(line))
+            showProgress(*progress);
+        else if (!isProgressNoise(line))
+            pendingLogLines_.push_back(std::move(line));
+    }
     if (!lines.empty()) scheduleFlush();
 }
 
@@ -655,6 +734,28 @@ void RestoreViewModel::flushOutput() {
     emit logLinesChanged();
 }
 
+// rsync's "--progress" gives each file's own percentage; the "to-chk=" counts of the whole run are
+// what a bar can follow, and it never runs backwards.
+void RestoreViewModel::showProgress(const TransferProgressLine& line) {
+    if (line.checkKind != TransferProgressLine::CheckKind::to || !line.remaining || !line.total ||
+        *line.total <= 0)
+        return;
+    const double checked =
+        static_cast<double>(*line.total - *line.remaining) / static_cast<double>(*line.total);
+    const double shown = std::max(std::clamp(checked, 0.0, 1.0), progress_.value_or(0.0));
+    if (progress_ == shown && filesRemaining_ == line.remaining) return;
+    progress_ = shown;
+    filesRemaining_ = line.remaining;
+    emit progressChanged();
+}
+
+void RestoreViewModel::resetProgress() {
+    if (!progress_ && !filesRemaining_) return;
+    progress_.reset();
+    filesRemaining_.reset();
+    emit progressChanged();
+}
+
 void RestoreViewModel::appendLog(const std::string& line) {
     logLines_.push_back(line);
     emit logLinesChanged();
@@ -668,9 +769,18 @@ void RestoreViewModel::exportVersion(const BackupVersion& version, const fs::pat
 }
 
 void RestoreViewModel::exportSelectedVersion(const QString& destination) {
-    if (!selectedVersion_) return appendLog("Export unavailable: No backup version is selected.");
+    exportVersionOrSayWhy(selectedVersion_ ? &*selectedVersion_ : nullptr, destination);
+}
+
+void RestoreViewModel::exportVersion(int versionIndex, const QString& destination) {
+    exportVersionOrSayWhy(versionAt(versionIndex), destination);
+}
+
+// From QML the destination is a path or a file URL.
+void RestoreViewModel::exportVersionOrSayWhy(const BackupVersion* version, const QString& destination) {
+    if (!version) return appendLog("Export unavailable: No backup version is selected.");
     const QUrl url(destination);
-    exportVersion(*selectedVersion_, (url.isLocalFile() ? url.toLocalFile() : destination).toStdString());
+    exportVersion(*version, (url.isLocalFile() ? url.toLocalFile() : destination).toStdString());
 }
 
 void RestoreViewModel::cancelExport() {
@@ -689,6 +799,10 @@ void RestoreViewModel::saveNote(const BackupVersion& version, const std::string&
         versionNotes_[version.folderName] = saved;
         emit versionNotesChanged();
     }
+}
+
+void RestoreViewModel::saveNote(int versionIndex, const QString& text) {
+    if (const BackupVersion* version = versionAt(versionIndex)) saveNote(*version, text.toStdString());
 }
 
 // One try and no lease: the user is on the last page, and nothing of ours is using the card.
@@ -755,6 +869,7 @@ QVariantList RestoreViewModel::availableFoldersVariant() const {
         return QVariantMap{{"id", text(folder.id)},
                            {"name", text(folder.name)},
                            {"size", sizeVariant(folder.size)},
+                           {"sizeText", sizeText(folder.size)},
                            {"selected", folder.selected},
                            {"relativePath", optionalText(folder.relativePath)},
                            {"locked", folder.locked}};
@@ -767,6 +882,7 @@ QVariantList RestoreViewModel::availableSongsVariant() const {
                            {"name", text(song.name)},
                            {"relativePath", text(song.relativePath)},
                            {"size", sizeVariant(song.size)},
+                           {"sizeText", sizeText(song.size)},
                            {"selected", song.selected},
                            {"samplePaths", QmlValues::textList(song.samplePaths)}};
     });
@@ -797,6 +913,7 @@ QVariantMap RestoreViewModel::folderChildrenVariant() const {
                                           {"relativePath", text(child.relativePath)},
                                           {"isDirectory", child.isDirectory},
                                           {"size", sizeVariant(child.size)},
+                                          {"sizeText", sizeText(child.size)},
                                           {"selected", child.selected}};
                    }));
     }
@@ -817,6 +934,18 @@ QVariant RestoreViewModel::previewErrorVariant() const {
 
 QVariant RestoreViewModel::safetyVersionVariant() const {
     return safetyVersion_ ? QVariant(text(safetyVersion_->string())) : QVariant();
+}
+
+QVariantMap RestoreViewModel::versionSizeTextsVariant() const {
+    return QmlValues::mapOf(versionSizes_, [](std::int64_t size) { return QVariant(sizeText(size)); });
+}
+
+QVariant RestoreViewModel::progressVariant() const {
+    return progress_ ? QVariant(*progress_) : QVariant();
+}
+
+QVariant RestoreViewModel::filesRemainingVariant() const {
+    return QmlValues::optionalNumber(filesRemaining_);
 }
 
 QVariantMap RestoreViewModel::versionSizesVariant() const {

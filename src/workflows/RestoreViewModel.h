@@ -19,6 +19,7 @@
 
 #include "backup/BackupOperation.h"
 #include "backup/RsyncLogStore.h"
+#include "backup/TransferProgressLine.h"
 #include "cards/Lease.h"
 #include "cards/VolumeScanner.h"
 #include "core/BackupSet.h"
@@ -74,10 +75,14 @@ class RestoreViewModel : public QObject {
     Q_PROPERTY(bool safetyBackupPlanned READ safetyBackupPlanned NOTIFY safetyBackupPlannedChanged)
     Q_PROPERTY(QVariant safetyVersion READ safetyVersionVariant NOTIFY safetyVersionChanged)
     Q_PROPERTY(QVariantMap versionSizes READ versionSizesVariant NOTIFY versionSizesChanged)
+    // The same sizes as the user reads them ("1.2 MB"), by version folder name.
+    Q_PROPERTY(QVariantMap versionSizeTexts READ versionSizeTextsVariant NOTIFY versionSizesChanged)
     Q_PROPERTY(bool isLoadingVersionSizes READ isLoadingVersionSizes NOTIFY isLoadingVersionSizesChanged)
     Q_PROPERTY(bool isExporting READ isExporting NOTIFY isExportingChanged)
     Q_PROPERTY(double exportProgress READ exportProgress NOTIFY exportProgressChanged)
     Q_PROPERTY(int exportPercent READ exportPercent NOTIFY exportPercentChanged)
+    Q_PROPERTY(QVariant progress READ progressVariant NOTIFY progressChanged)
+    Q_PROPERTY(QVariant filesRemaining READ filesRemainingVariant NOTIFY progressChanged)
 
 public:
     // What the controller needs from outside; each has a working default, and tests replace some.
@@ -108,6 +113,11 @@ public:
     Q_INVOKABLE void cancelRestore();
     void saveNote(const BackupVersion& version, const std::string& text);
     Q_INVOKABLE void ejectTarget();
+    // One page back, from the set to the preview; a preview under way is dropped. Nothing while a
+    // run is under way or after it: the last page starts over instead.
+    Q_INVOKABLE void goBack();
+    // The first page again, with the cards and sets listed afresh; the earlier choices stay marked.
+    Q_INVOKABLE void startOver();
     // Undoes the selected target's last restore from its safety version, under the card's restore
     // lease; the step goes to running and then done, as a restore's does.
     Q_INVOKABLE void undoLastRestore();
@@ -115,7 +125,19 @@ public:
     // log says how it went. From QML the destination is a path or a file URL.
     void exportVersion(const BackupVersion& version, const std::filesystem::path& destination);
     Q_INVOKABLE void exportSelectedVersion(const QString& destination);
+    Q_INVOKABLE void exportVersion(int versionIndex, const QString& destination);
     Q_INVOKABLE void cancelExport();
+
+    // The wizard's choices as QML makes them: indexes into availableTargets, availableSets and the
+    // selected set's versions; an index out of range does nothing.
+    Q_INVOKABLE void selectTarget(int index);
+    Q_INVOKABLE void selectSet(int index);
+    Q_INVOKABLE void selectVersion(int index);
+    Q_INVOKABLE void saveNote(int versionIndex, const QString& text);
+    Q_INVOKABLE void chooseFolder(const QString& name, bool selected);
+    Q_INVOKABLE void chooseSong(const QString& relativePath, bool selected);
+    Q_INVOKABLE void chooseChild(const QString& folderPath, const QString& relativePath, bool selected);
+    Q_INVOKABLE void openFolder(const QString& folderPath);
 
     // The choice of content.
     void setRestoreMode(RestoreMode mode);
@@ -165,6 +187,10 @@ public:
     [[nodiscard]] bool isExporting() const { return versionExport_.isExporting(); }
     [[nodiscard]] double exportProgress() const { return versionExport_.progress(); }
     [[nodiscard]] int exportPercent() const { return versionExport_.percent(); }
+    // The share of the run's files that rsync has checked, 0 to 1, from its "to-chk=" counts; absent
+    // before the first count, and while it still builds its file list.
+    [[nodiscard]] const std::optional<double>& progress() const { return progress_; }
+    [[nodiscard]] const std::optional<std::int64_t>& filesRemaining() const { return filesRemaining_; }
 
     // Property getters for QML.
     [[nodiscard]] QVariantMap stepVariant() const;
@@ -187,7 +213,10 @@ public:
     [[nodiscard]] QVariant diffResultVariant() const;
     [[nodiscard]] QVariant previewErrorVariant() const;
     [[nodiscard]] QVariantMap versionSizesVariant() const;
+    [[nodiscard]] QVariantMap versionSizeTextsVariant() const;
     [[nodiscard]] QVariant safetyVersionVariant() const;
+    [[nodiscard]] QVariant progressVariant() const;
+    [[nodiscard]] QVariant filesRemainingVariant() const;
 
 signals:
     void stepChanged();
@@ -219,6 +248,7 @@ signals:
     void isExportingChanged();
     void exportProgressChanged();
     void exportPercentChanged();
+    void progressChanged();
     // Not properties: moments a front end may wait for.
     void previewFinished();
     void restoreFinished();
@@ -261,6 +291,10 @@ private:
     [[nodiscard]] UndoableRestore::Request undoableRequest() const;
     [[nodiscard]] UndoableRestore::Dependencies runDependencies() const;
     void receiveLine(const std::string& line);
+    void showProgress(const TransferProgressLine& line);
+    void resetProgress();
+    [[nodiscard]] const BackupVersion* versionAt(int index) const;
+    void exportVersionOrSayWhy(const BackupVersion* version, const QString& destination);
     void drainInbox();
     void scheduleFlush();
     void flushOutput();
@@ -323,6 +357,8 @@ private:
     bool isLoadingVersionSizes_ = false;
     bool safetyBackupPlanned_ = false;
     std::optional<std::filesystem::path> safetyVersion_;
+    std::optional<double> progress_;
+    std::optional<std::int64_t> filesRemaining_;
 
     bool hasInitialized_ = false;
     std::optional<BackgroundTasks::Id> restoreTask_;

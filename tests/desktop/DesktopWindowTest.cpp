@@ -18,6 +18,7 @@
 #include "ui/M8Palette.h"
 #include "ui/M8Theme.h"
 #include "workflows/BackupViewModel.h"
+#include "workflows/RestoreViewModel.h"
 
 namespace tapekeep::test {
 namespace {
@@ -178,6 +179,50 @@ TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLin
     session.screenshot("backup-refused");
     writeFile(tools / "gate", "");
     EXPECT_EQ(cli.waitAtMost(std::chrono::seconds(60)), 0) << cli.err();
+}
+
+// The RESTORE screen over the demo card's first backup: its versions, the preview of a restore to
+// a card that has changed since, and the result.
+TEST_F(DesktopWindowTest, ShowsTheRestoreWizardFromTheVersionsToTheResult) {
+    DesktopSession session;
+    const SDCard card = session.demoCard();
+    BackupViewModel& backup = session.app().backup();
+    RestoreViewModel& restore = session.app().restore();
+    backup.startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return stateOf(session, card).kind == CardState::Kind::success; }))
+        << stateOf(session, card).message;
+    fs::remove_all(card.mountPath / "Samples");  // what the restore will bring back
+
+    session.app().settings().setMainTab("restore");
+    ASSERT_TRUE(
+        session.waitFor([&] { return !restore.availableSets().empty() && !restore.isLoadingTargets(); }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("M8DEMO"); }));
+    session.settle();
+    session.screenshot("restore-target");
+    restore.selectTarget(0);
+    restore.selectSet(0);
+    ASSERT_TRUE(session.waitFor([&] { return !restore.isLoadingVersionSizes(); }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("LATEST"); }));
+    session.settle();
+    session.screenshot("restore-version");
+
+    restore.selectVersion(0);
+    ASSERT_TRUE(session.waitFor([&] { return !restore.isLoadingSongs(); }));
+    restore.confirmSelection();
+    restore.loadPreview();
+    ASSERT_TRUE(session.waitFor([&] { return restore.diffResult().has_value(); })) << *restore.previewError();
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("RESTORE"); }));
+    session.settle();
+    session.screenshot("restore-preview");
+    EXPECT_FALSE(restore.diffResult()->empty());
+
+    restore.startRestore();
+    ASSERT_TRUE(session.waitFor([&] { return restore.step().kind == RestoreStep::Kind::done; }));
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("START OVER"); }));
+    session.settle();
+    session.screenshot("restore-done");
+    EXPECT_TRUE(session.shows("Restore complete.")) << restore.step().error.value_or("");
+    EXPECT_TRUE(fs::exists(card.mountPath / "Samples"));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames

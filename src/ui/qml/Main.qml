@@ -47,7 +47,7 @@ ApplicationWindow {
         currentIndex: Math.max(0, window.tabOrder.indexOf(Settings.mainTab))
 
         BackupTab { objectName: "backupTab" }
-        ComingSoon { objectName: "restoreTab"; screen: "RESTORE" }
+        RestoreTab { objectName: "restoreTab" }
         ComingSoon { objectName: "browseTab"; screen: "BROWSE" }
         SettingsTab { objectName: "settingsTab" }
     }

@@ -1,0 +1,32 @@
+#include "ui/VersionComparisonSheet.h"
+
+#include "workflows/RestoreViewModel.h"
+
+namespace tapekeep {
+
+VersionComparisonSheet::VersionComparisonSheet(RestoreViewModel& restore, DependenciesSource dependencies,
+                                               QObject* parent)
+    : QObject(parent), restore_(restore), dependencies_(std::move(dependencies)) {}
+
+void VersionComparisonSheet::open(int versionA, int versionB) {
+    if (!restore_.selectedSet()) return;
+    auto* comparison = new ComparisonViewModel(restore_.selectedSet()->versions, dependencies_(), this);
+    comparison->chooseVersionA(versionA);
+    comparison->chooseVersionB(versionB);
+    replace(comparison);
+}
+
+void VersionComparisonSheet::close() {
+    replace(nullptr);
+}
+
+// The bindings move to the new comparison before the old one goes.
+void VersionComparisonSheet::replace(ComparisonViewModel* next) {
+    ComparisonViewModel* previous = comparison_;
+    if (previous == next) return;
+    comparison_ = next;
+    emit comparisonChanged();
+    if (previous != nullptr) previous->deleteLater();
+}
+
+}  // namespace tapekeep
