@@ -11,6 +11,7 @@ namespace tapekeep {
 class AppLifecycle;
 class AppSettings;
 class BackupViewModel;
+class BrowseSessionViewModel;
 class CanberraSoundPlayer;
 class CardListModel;
 class DesktopFeedback;
@@ -46,6 +47,7 @@ public:
     [[nodiscard]] AppSettings& settings() { return *settings_; }
     [[nodiscard]] M8Theme& theme() { return *theme_; }
     [[nodiscard]] BackupViewModel& backup() { return *backup_; }
+    [[nodiscard]] BrowseSessionViewModel& browse() { return *browse_; }
     [[nodiscard]] QObject* window() const;
     [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
 
@@ -55,6 +57,7 @@ public:
 
 private:
     void provideToQml(QmlEngineHost& engine);
+    void createBrowse();
     void createShell();
     void startShell();
 
@@ -68,6 +71,7 @@ private:
     std::unique_ptr<DesktopFeedback> feedback_;  // before the controller that reports to it
     std::unique_ptr<BackupViewModel> backup_;
     std::unique_ptr<CardListModel> cards_;  // the BACKUP screen's tiles
+    std::unique_ptr<BrowseSessionViewModel> browse_;
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

@@ -18,6 +18,7 @@
 #include "ui/M8Palette.h"
 #include "ui/M8Theme.h"
 #include "workflows/BackupViewModel.h"
+#include "workflows/BrowseSessionViewModel.h"
 
 namespace tapekeep::test {
 namespace {
@@ -178,6 +179,33 @@ TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLin
     session.screenshot("backup-refused");
     writeFile(tools / "gate", "");
     EXPECT_EQ(cli.waitAtMost(std::chrono::seconds(60)), 0) << cli.err();
+}
+
+// The BROWSE screen, open before there is any backup, lists the version a backup publishes, and
+// shows a song of it with its instruments.
+TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongOfIt) {
+    DesktopSession session;
+    const SDCard card = session.demoCard();
+    BrowseSessionViewModel& browse = session.app().browse();
+    session.app().settings().setMainTab("browse");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("No backups yet."); }));
+
+    session.app().backup().startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return browse.availableSets().size() == 1; }));
+    const BackupSet set = browse.availableSets()[0];
+    ASSERT_EQ(set.versions.size(), 1u);
+    browse.toggleSet(QString::fromStdString(set.folderName));
+    browse.selectVersion(QString::fromStdString(set.folderName),
+                         QString::fromStdString(set.versions[0].folderName));
+    ASSERT_TRUE(session.waitFor([&] { return browse.browser()->isTreeLoaded(); }));
+    browse.activateEntry("Songs");
+    browse.activateEntry("NIGHTDRIVE.m8s");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("98.5 BPM"); }));
+    session.settle();
+    session.screenshot("browse-song");
+    EXPECT_TRUE(session.shows("LATEST"));
+    EXPECT_TRUE(session.shows("/Samples/Synth/pad c3.wav"));
+    EXPECT_TRUE(session.shows("COPY TO CARD"));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames

@@ -48,7 +48,7 @@ ApplicationWindow {
 
         BackupTab { objectName: "backupTab" }
         ComingSoon { objectName: "restoreTab"; screen: "RESTORE" }
-        ComingSoon { objectName: "browseTab"; screen: "BROWSE" }
+        BrowseTab { objectName: "browseTab" }
         SettingsTab { objectName: "settingsTab" }
     }
 
