@@ -3,11 +3,11 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "cli/BrowsedVersion.h"
 #include "cli/CliError.h"
 #include "cli/Output.h"
-#include "cli/SignalCancellation.h"
 #include "content/BrowseSearch.h"
-#include "content/FileTreeLoader.h"
+#include "workflows/BrowseSessionViewModel.h"
 
 namespace tapekeep::cli {
 namespace fs = std::filesystem;
@@ -33,14 +33,27 @@ std::string queryOf(const std::vector<std::string>& operands) {
     return query;
 }
 
+// The search as the Browse tab runs it: the version opened in a session, the query and filter
+// set, and the result it publishes awaited.
 BrowseSearchResult searchVersion(const fs::path& version, const std::string& query,
                                  BrowseSearchFilter filter) {
-    const auto token = SignalCancellation::token();
-    const auto tree = loadFileTree(version, token);
-    if (filter != BrowseSearchFilter::unused)
-        return BrowseSearch::search(tree, query, filter, nullptr, token);
-    const UnusedSampleLookup unused{version, BrowseFileService::sampleUsageIndex(version, token)};
-    return BrowseSearch::search(tree, query, filter, &unused, token);
+    if (!BrowseSearch::isActive(query, filter)) return {};
+    BrowseSessionViewModel::Dependencies dependencies;
+    dependencies.debounce = std::chrono::milliseconds(0);
+    BrowseSessionViewModel session(std::move(dependencies));
+    bool published = false;
+    QObject::connect(&session, &BrowseSessionViewModel::searchResultsPublished, [&] { published = true; });
+    const BackupVersion opened{version, version.filename().string(), std::nullopt, false};
+    session.select(
+        BrowseVersionSelection{version, {}, BackupSet{version.parent_path(), {}, {}, {opened}}, opened});
+    session.setSearchFilter(filter);
+    session.setSearchQuery(query);
+    BrowsedVersion::waitFor([&] {
+        const auto* browser = session.browser();
+        return published || (browser->sampleIndexError() && !browser->isBuildingSampleIndex());
+    });
+    if (!published) throw Error(*session.browser()->sampleIndexError());
+    return {session.searchHits(), session.searchTruncated()};
 }
 
 }  // namespace

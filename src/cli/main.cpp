@@ -7,10 +7,13 @@
 
 #include "backup/RsyncLogStore.h"
 #include "cli/BackupCommand.h"
+#include "cli/BrowseCommand.h"
 #include "cli/CardsCommand.h"
 #include "cli/ChangesCommand.h"
 #include "cli/CliError.h"
 #include "cli/CompareCommand.h"
+#include "cli/CopyCommand.h"
+#include "cli/DragExportCommand.h"
 #include "cli/EjectCommand.h"
 #include "cli/ExportCommand.h"
 #include "cli/ExportFileCommand.h"
@@ -44,7 +47,9 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<SongCommand>());
     commands.push_back(std::make_unique<SummaryCommand>());
     commands.push_back(std::make_unique<UsageCommand>());
+    commands.push_back(std::make_unique<BrowseCommand>());
     commands.push_back(std::make_unique<SearchCommand>());
+    commands.push_back(std::make_unique<CopyCommand>());
     commands.push_back(std::make_unique<ChangesCommand>());
     commands.push_back(std::make_unique<CompareCommand>());
     commands.push_back(std::make_unique<NoteCommand>());
@@ -52,6 +57,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<EjectCommand>());
     commands.push_back(std::make_unique<ExportCommand>());
     commands.push_back(std::make_unique<ExportFileCommand>());
+    commands.push_back(std::make_unique<DragExportCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
     return commands;
 }

@@ -5,6 +5,7 @@
 #include "cards/OperationLockError.h"
 #include "content/BrowseFileError.h"
 #include "content/FileTreeLoader.h"
+#include "content/M8FileKind.h"
 #include "content/M8SongParser.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
@@ -21,15 +22,8 @@ const Log& log() {
     return instance;
 }
 
-std::string lowercaseExtension(const fs::path& file) {
-    std::string extension = file.extension().string();
-    for (auto& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return extension;
-}
-
 bool isSongOrInstrument(const FileNode& node) {
-    const auto extension = lowercaseExtension(node.name);
-    return !node.isDirectory && (extension == ".m8s" || extension == ".m8i");
+    return !node.isDirectory && m8FileKindOf(node.name) != M8FileKind::other;
 }
 
 bool fileExists(const fs::path& url) {
@@ -61,7 +55,7 @@ BackupBrowserViewModel::BackupBrowserViewModel(fs::path versionURL, std::string 
 BackupBrowserViewModel::~BackupBrowserViewModel() = default;
 
 std::optional<M8SongMetadata> BackupBrowserViewModel::metadataOf(const fs::path& file) {
-    if (lowercaseExtension(file) != ".m8i") return M8SongParser::parseSong(file);
+    if (m8FileKindOf(file) != M8FileKind::instrument) return M8SongParser::parseSong(file);
     try {
         const auto instrument = M8SongParser::parseInstrumentInfo(file);
         M8SongMetadata metadata;
@@ -259,22 +253,27 @@ void BackupBrowserViewModel::startCopy(const FileNode& node, const SDCard& card)
                                      operation = BrowseCopyOperation(dependencies_.copy),
                                      poster = work_.poster()](std::stop_token token) {
         std::string status;
+        CopyEnd end{CopyEnd::Kind::failed, {}};
         try {
-            operation.copy(
+            end.destination = operation.copy(
                 request,
                 [&](const std::string& line) {
                     poster->post([this, line] { emit copyLine(QmlValues::text(line)); });
                 },
                 token);
+            end.kind = CopyEnd::Kind::copied;
             status = "Copied " + name + " successfully!";
         } catch (const Cancelled&) {
+            end.kind = CopyEnd::Kind::cancelled;
             status = "Copy cancelled.";
         } catch (const OperationLockError& busy) {
             status = "Busy — " + std::string(rawValue(busy.existing())) + " in progress on this SD card";
         } catch (const std::exception& error) {
             status = std::string("Copy failed: ") + error.what();
         }
-        poster->post([this, status = std::move(status)]() mutable { finishCopy(std::move(status)); });
+        poster->post([this, status = std::move(status), end = std::move(end)]() mutable {
+            finishCopy(std::move(status), std::move(end));
+        });
     });
 }
 
@@ -282,8 +281,9 @@ void BackupBrowserViewModel::cancelCopy() {
     if (copyTask_) work_.tasks().cancel(*copyTask_);
 }
 
-void BackupBrowserViewModel::finishCopy(std::string status) {
+void BackupBrowserViewModel::finishCopy(std::string status, CopyEnd end) {
     copyTask_.reset();
+    lastCopyEnd_ = std::move(end);
     setCopyStatus(std::move(status));
     copyStatusClearing_.start();
     // Last, so that a copy started by whoever watches it stops the clearing just started.

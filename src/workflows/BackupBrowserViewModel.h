@@ -109,9 +109,17 @@ public:
     // The songs and instruments that may use a file of the version; empty until the index is built.
     [[nodiscard]] std::vector<std::filesystem::path> usersOf(const std::filesystem::path& file) const;
 
+    // How the last copy ended, for a caller that must tell more than the status line does.
+    struct CopyEnd {
+        enum class Kind { copied, cancelled, failed };
+        Kind kind;
+        std::filesystem::path destination;  // on the card; set when copied
+    };
+
     // Copies the file or folder back to the same place on the card, under the card's lease, and
     // reads it back. The outcome is told in copyStatus, which clears itself after a while.
     void copyToCard(const FileNode& node, const SDCard& card);
+    [[nodiscard]] const std::optional<CopyEnd>& lastCopyEnd() const { return lastCopyEnd_; }
     Q_INVOKABLE void cancelCopy();
     [[nodiscard]] bool isCopying() const { return isCopying_; }
     [[nodiscard]] const std::optional<std::string>& copyStatus() const { return copyStatus_; }
@@ -148,7 +156,7 @@ private:
     void publishSampleIndex(std::uint64_t generation, BrowseFileService::SampleUsageIndex index);
     void failSampleIndex(std::uint64_t generation, const std::string& message);
     void startCopy(const FileNode& node, const SDCard& card);
-    void finishCopy(std::string status);
+    void finishCopy(std::string status, CopyEnd end);
     void setCopyStatus(std::optional<std::string> status);
     static std::map<std::string, bool> existenceOf(const M8SongMetadata& metadata,
                                                    const std::filesystem::path& file,
@@ -177,6 +185,7 @@ private:
 
     bool isCopying_ = false;
     std::optional<std::string> copyStatus_;
+    std::optional<CopyEnd> lastCopyEnd_;
     std::optional<BackgroundTasks::Id> copyTask_;
     QTimer copyStatusClearing_;
 

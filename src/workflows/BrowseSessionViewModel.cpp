@@ -271,7 +271,8 @@ void BrowseSessionViewModel::restartSearch() {
 }
 
 void BrowseSessionViewModel::startSearch() {
-    if (!browser_) return;
+    // Before the tree is there a walk would find nothing; its arrival starts the search again.
+    if (!browser_ || !browser_->isTreeLoaded()) return;
     if (searchFilter_ == BrowseSearchFilter::unused && !browser_->sampleIndexBuilt()) {
         // The walk goes on when the browser's one build of the index ends, and not at all if it failed.
         awaitingIndex_ = true;

@@ -60,6 +60,7 @@ protected:
             return BrowseSearch::search(roots, query, filter, unused, token);
         };
         dependencies.browserDependencies.loadTree = [this](const fs::path& version, std::stop_token) {
+            if (holdTree_) treeRelease_.acquire();
             std::lock_guard guard(treesLock_);
             return trees_.at(version);
         };
@@ -93,6 +94,8 @@ protected:
     std::atomic<int> searches_ = 0;
     std::atomic<int> indexBuilds_ = 0;
     std::mutex treesLock_;
+    bool holdTree_ = false;
+    std::binary_semaphore treeRelease_{0};
     std::map<fs::path, std::vector<FileNode>> trees_;
     bool holdFirstSearch_ = false;
     std::atomic<bool> firstSearchEntered_ = false;
@@ -110,6 +113,20 @@ TEST_F(BrowseSessionViewModelTest, TypingSeveralLettersRunsOneSearchAfterTheLast
     EXPECT_EQ(searches_, 1);
     EXPECT_EQ(published_, std::vector<Paths>{{"kick.wav"}});
     EXPECT_TRUE(browse->isSearchActive());
+}
+
+TEST_F(BrowseSessionViewModelTest, AQueryTypedWhileTheTreeLoadsIsAnsweredOverTheLoadedTree) {
+    holdTree_ = true;
+    auto browse = session(0ms);
+    trees_["/version"] = filesAtTheTop({"kick.wav", "snare.wav"});
+    const BackupVersion listed{"/version", "version", std::nullopt, true};
+    browse->select(
+        BrowseVersionSelection{"/version", "rsync", BackupSet{"/", "M8_1234", "M8", {listed}}, listed});
+    browse->setSearchQuery("kick");
+    for (int turn = 0; turn < 5; ++turn) QCoreApplication::processEvents();  // the debounce has run out
+    treeRelease_.release();
+    ASSERT_TRUE(waitForPublications(1));
+    EXPECT_EQ(published_, std::vector<Paths>{{"kick.wav"}});
 }
 
 TEST_F(BrowseSessionViewModelTest, AResultOvertakenByANewQueryIsNeverShown) {
