@@ -182,7 +182,7 @@ TEST_F(DesktopWindowTest, OneBackupOfACardAtATimeAcrossTheWindowAndTheCommandLin
 }
 
 // The BROWSE screen, open before there is any backup, lists the version a backup publishes, and
-// shows a song of it with its instruments.
+// shows a song of it with its instruments, which it copies back to the card.
 TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongOfIt) {
     DesktopSession session;
     const SDCard card = session.demoCard();
@@ -206,6 +206,10 @@ TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongO
     EXPECT_TRUE(session.shows("LATEST"));
     EXPECT_TRUE(session.shows("/Samples/Synth/pad c3.wav"));
     EXPECT_TRUE(session.shows("COPY TO CARD"));
+
+    // The song goes back to the card it came from, checked by the card's UUID on the way.
+    browse.copyToCard();
+    EXPECT_TRUE(session.waitFor([&] { return session.shows("Copied NIGHTDRIVE.m8s successfully!"); }));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames
