@@ -29,6 +29,7 @@
 #include "ui/VersionComparisonSheet.h"
 #include "workflows/BackupViewModel.h"
 #include "workflows/RestoreViewModel.h"
+#include "workflows/BrowseSessionViewModel.h"
 
 namespace tapekeep {
 
@@ -39,19 +40,29 @@ bool desktopIsDark() {
     return window.lightness() < 128;
 }
 
+// The demo card alone in demo mode, otherwise the mounted volumes less the excluded ones.
+std::function<std::unique_ptr<VolumeScanner>()> scannerFactory(
+    const std::optional<std::filesystem::path>& demoRoot, SettingsStore& store) {
+    if (!demoRoot)
+        return [store = &store] {
+            return std::make_unique<VolumeScanner>(VolumeScanner::defaultVolumeRoots(), store);
+        };
+    return [root = *demoRoot, store = &store] {
+        VolumeScanner::Configuration configuration;
+        configuration.settings = store;
+        configuration.volumesProvider = DemoCard::volumesProvider(root);
+        configuration.diskInfoProvider = DemoCard::diskInfoProvider();
+        return std::make_unique<VolumeScanner>(std::move(configuration));
+    };
+}
+
 BackupViewModel::Dependencies backupDependencies(const std::optional<std::filesystem::path>& demoRoot,
                                                  SettingsStore& store) {
     BackupViewModel::Dependencies dependencies;
     dependencies.store = &store;
     if (demoRoot) {
         dependencies.baseFolderOverride = DemoCard::baseFolder(*demoRoot);
-        dependencies.makeScanner = [root = *demoRoot, store = &store] {
-            VolumeScanner::Configuration configuration;
-            configuration.settings = store;
-            configuration.volumesProvider = DemoCard::volumesProvider(root);
-            configuration.diskInfoProvider = DemoCard::diskInfoProvider();
-            return std::make_unique<VolumeScanner>(std::move(configuration));
-        };
+        dependencies.makeScanner = scannerFactory(demoRoot, store);
         dependencies.followMounts = false;
     }
     return dependencies;
@@ -100,7 +111,30 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
         comparison.rsyncPath = settings_->rsyncPath().toStdString();
         return comparison;
     });
+    createBrowse();
     createShell();
+}
+
+// The BROWSE screen's session reads the backup folder and rsync as they are set at each use, and
+// copies back only to the cards the backup controller has detected, checked again by UUID.
+void DesktopApplication::createBrowse() {
+    BrowseSessionViewModel::Dependencies dependencies;
+    dependencies.baseFolder = [this]() -> std::filesystem::path {
+        if (demoRoot_) return DemoCard::baseFolder(*demoRoot_);
+        return settings_->backupBaseDirPath().toStdString();
+    };
+    dependencies.rsyncPath = [this] { return settings_->rsyncPath().toStdString(); };
+    dependencies.detectedCards = [this] { return backup_->detectedCards(); };
+    dependencies.browserDependencies.copy = BrowseCopyOperation::standardDependencies(
+        [makeScanner = scannerFactory(demoRoot_, *store_)](const std::string& uuid, std::stop_token token) {
+            return makeScanner()->validate(uuid, token);
+        });
+    browse_ = std::make_unique<BrowseSessionViewModel>(std::move(dependencies));
+    connect(backup_.get(), &BackupViewModel::detectedCardsChanged, browse_.get(),
+            &BrowseSessionViewModel::refreshCards);
+    // A finished run may have published a version.
+    connect(backup_.get(), &BackupViewModel::backupFinished, browse_.get(),
+            &BrowseSessionViewModel::loadSets);
 }
 
 DesktopApplication::~DesktopApplication() {
@@ -116,6 +150,7 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Cards", cards_.get());
     engine.provide("Restore", restore_.get());
     engine.provide("Comparison", comparisons_.get());
+    engine.provide("Browse", browse_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the

@@ -11,6 +11,7 @@ namespace tapekeep {
 class AppLifecycle;
 class AppSettings;
 class BackupViewModel;
+class BrowseSessionViewModel;
 class CanberraSoundPlayer;
 class CardListModel;
 class DesktopFeedback;
@@ -49,6 +50,7 @@ public:
     [[nodiscard]] M8Theme& theme() { return *theme_; }
     [[nodiscard]] BackupViewModel& backup() { return *backup_; }
     [[nodiscard]] RestoreViewModel& restore() { return *restore_; }
+    [[nodiscard]] BrowseSessionViewModel& browse() { return *browse_; }
     [[nodiscard]] QObject* window() const;
     [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
 
@@ -58,6 +60,7 @@ public:
 
 private:
     void provideToQml(QmlEngineHost& engine);
+    void createBrowse();
     void createShell();
     void startShell();
 
@@ -73,6 +76,7 @@ private:
     std::unique_ptr<CardListModel> cards_;  // the BACKUP screen's tiles
     std::unique_ptr<RestoreViewModel> restore_;
     std::unique_ptr<VersionComparisonSheet> comparisons_;  // the RESTORE screen's comparison sheet
+    std::unique_ptr<BrowseSessionViewModel> browse_;
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

@@ -45,6 +45,7 @@ class BackupBrowserViewModel : public QObject {
     Q_PROPERTY(QVariant metadataError READ metadataErrorVariant NOTIFY metadataChanged)
     Q_PROPERTY(bool isLoadingMetadata READ isLoadingMetadata NOTIFY metadataChanged)
     Q_PROPERTY(bool isBuildingSampleIndex READ isBuildingSampleIndex NOTIFY sampleIndexChanged)
+    Q_PROPERTY(bool sampleIndexBuilt READ sampleIndexBuilt NOTIFY sampleIndexChanged)
     Q_PROPERTY(QVariant sampleIndexError READ sampleIndexErrorVariant NOTIFY sampleIndexChanged)
     Q_PROPERTY(QString selectedUsageLabel READ selectedUsageLabel NOTIFY selectedUsageChanged)
     Q_PROPERTY(QStringList selectedUsers READ selectedUsersVariant NOTIFY selectedUsageChanged)

@@ -46,6 +46,7 @@ class BrowseSessionViewModel : public QObject {
     Q_PROPERTY(QVariantList path READ pathVariant NOTIFY pathChanged)
     Q_PROPERTY(QVariantList folderEntries READ folderEntriesVariant NOTIFY folderEntriesChanged)
     Q_PROPERTY(QVariantMap previewNode READ previewNodeVariant NOTIFY previewChanged)
+    Q_PROPERTY(bool hasPreviewOverride READ hasPreviewOverride NOTIFY previewChanged)
     Q_PROPERTY(bool canCopyToCard READ canCopyToCard NOTIFY canCopyToCardChanged)
     Q_PROPERTY(QString searchQuery READ searchQueryText WRITE setSearchQueryText NOTIFY searchQueryChanged)
     Q_PROPERTY(
@@ -105,6 +106,7 @@ public:
     Q_INVOKABLE void previewSample(const QString& storedPath);
     Q_INVOKABLE void clearPreviewOverride();
     [[nodiscard]] const std::optional<FileNode>& previewOverride() const { return previewOverride_; }
+    [[nodiscard]] bool hasPreviewOverride() const { return previewOverride_.has_value(); }
 
     // --- Search ---
     void setSearchQuery(std::string query);

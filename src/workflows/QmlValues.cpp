@@ -4,6 +4,8 @@
 
 #include <chrono>
 
+#include "core/Formatting.h"
+
 namespace tapekeep::QmlValues {
 
 QString text(const std::string& value) {
@@ -46,7 +48,9 @@ QVariantMap fileNode(const FileNode& node) {
     return {{"name", text(node.name)},
             {"path", text(node.url.string())},
             {"isDirectory", node.isDirectory},
-            {"size", node.fileSize ? QVariant(static_cast<qint64>(*node.fileSize)) : QVariant()}};
+            {"size", node.fileSize ? QVariant(static_cast<qint64>(*node.fileSize)) : QVariant()},
+            {"sizeText",
+             node.fileSize ? text(formatByteCount(static_cast<std::int64_t>(*node.fileSize))) : QString()}};
 }
 
 QVariant diffRows(const std::optional<std::vector<FileDiff>>& rows) {

@@ -60,7 +60,7 @@ QVariantMap card(const SDCard& card);
 QVariantMap version(const BackupVersion& version);
 // {"folderName", "volumeName", "path", "versions"}
 QVariantMap backupSet(const BackupSet& set);
-// {"name", "path", "isDirectory", "size"}; size is null for a folder.
+// {"name", "path", "isDirectory", "size", "sizeText"}; size is null and sizeText empty for a folder.
 QVariantMap fileNode(const FileNode& node);
 // null, or a list of {"path", "kind"}.
 QVariant diffRows(const std::optional<std::vector<FileDiff>>& rows);

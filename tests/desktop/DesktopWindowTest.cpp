@@ -19,6 +19,7 @@
 #include "ui/M8Theme.h"
 #include "workflows/BackupViewModel.h"
 #include "workflows/RestoreViewModel.h"
+#include "workflows/BrowseSessionViewModel.h"
 
 namespace tapekeep::test {
 namespace {
@@ -223,6 +224,37 @@ TEST_F(DesktopWindowTest, ShowsTheRestoreWizardFromTheVersionsToTheResult) {
     session.screenshot("restore-done");
     EXPECT_TRUE(session.shows("Restore complete.")) << restore.step().error.value_or("");
     EXPECT_TRUE(fs::exists(card.mountPath / "Samples"));
+}
+
+// The BROWSE screen, open before there is any backup, lists the version a backup publishes, and
+// shows a song of it with its instruments, which it copies back to the card.
+TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongOfIt) {
+    DesktopSession session;
+    const SDCard card = session.demoCard();
+    BrowseSessionViewModel& browse = session.app().browse();
+    session.app().settings().setMainTab("browse");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("No backups yet."); }));
+
+    session.app().backup().startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return browse.availableSets().size() == 1; }));
+    const BackupSet set = browse.availableSets()[0];
+    ASSERT_EQ(set.versions.size(), 1u);
+    browse.toggleSet(QString::fromStdString(set.folderName));
+    browse.selectVersion(QString::fromStdString(set.folderName),
+                         QString::fromStdString(set.versions[0].folderName));
+    ASSERT_TRUE(session.waitFor([&] { return browse.browser()->isTreeLoaded(); }));
+    browse.activateEntry("Songs");
+    browse.activateEntry("NIGHTDRIVE.m8s");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("98.5 BPM"); }));
+    session.settle();
+    session.screenshot("browse-song");
+    EXPECT_TRUE(session.shows("LATEST"));
+    EXPECT_TRUE(session.shows("/Samples/Synth/pad c3.wav"));
+    EXPECT_TRUE(session.shows("COPY TO CARD"));
+
+    // The song goes back to the card it came from, checked by the card's UUID on the way.
+    browse.copyToCard();
+    EXPECT_TRUE(session.waitFor([&] { return session.shows("Copied NIGHTDRIVE.m8s successfully!"); }));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames

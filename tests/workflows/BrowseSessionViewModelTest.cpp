@@ -271,6 +271,8 @@ TEST_F(BrowseSessionOnDiskTest, AVersionOpensAtItsTopAndFoldersAreWalkedDownAndB
     session_->activateEntry("Songs");
     session_->activateEntry("Live");
     EXPECT_EQ(pathNames(), (std::vector<std::string>{"Songs", "Live"}));
+    EXPECT_EQ(session_->pathVariant()[0].toMap()["sizeText"].toString(), "");  // a folder has no size to show
+    EXPECT_EQ(session_->folderEntriesVariant()[0].toMap()["sizeText"].toString(), "108 KB");
     session_->activateEntry("SET.m8s");
     EXPECT_EQ(session_->selectedNode()->name, "SET.m8s");
     ASSERT_TRUE(test::waitFor([&] { return browser->songMetadata().has_value(); }));
@@ -278,8 +280,10 @@ TEST_F(BrowseSessionOnDiskTest, AVersionOpensAtItsTopAndFoldersAreWalkedDownAndB
     // The device wrote the path in other letters than the card's file system keeps.
     session_->previewSample("/samples/loops/PAD.wav");
     ASSERT_TRUE(session_->previewOverride().has_value());
+    EXPECT_TRUE(session_->hasPreviewOverride());
     EXPECT_EQ(session_->previewOverride()->url, newer_ / "Samples/Loops/pad.wav");
     session_->clearPreviewOverride();
+    EXPECT_FALSE(session_->hasPreviewOverride());
     EXPECT_EQ(session_->previewNodeVariant()["name"], "SET.m8s");
 
     session_->goToDepth(1);

@@ -48,7 +48,7 @@ ApplicationWindow {
 
         BackupTab { objectName: "backupTab" }
         RestoreTab { objectName: "restoreTab" }
-        ComingSoon { objectName: "browseTab"; screen: "BROWSE" }
+        BrowseTab { objectName: "browseTab" }
         SettingsTab { objectName: "settingsTab" }
     }
 
