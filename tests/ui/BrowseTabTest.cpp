@@ -174,5 +174,19 @@ TEST_F(BrowseTabTest, ASongShowsItsTempoAndInstrumentsWithTheMissingSampleMarked
     EXPECT_EQ(textOf("previewName"), "LIVESET.m8s");
 }
 
+// A song is dragged out with its samples, so one whose sample is gone says so instead.
+TEST_F(BrowseTabTest, HoldingASongWhoseSampleIsMissingSaysWhyItCannotBeDraggedOut) {
+    openNewer();
+    screen->click(screen->find("entry_Songs"));
+    QQuickItem* song = shown("entry_LIVESET.m8s");
+    screen->press(song);
+    EXPECT_TRUE(processEventsUntil([&] {
+        return textOf("dragProblem") == "Referenced sample is missing: /Samples/gone.wav";
+    })) << textOf("dragProblem");
+    screen->release(song);
+    screen->click(screen->find("crumb_0"));
+    EXPECT_EQ(textOf("dragProblem"), "");
+}
+
 }  // namespace
 }  // namespace tapekeep

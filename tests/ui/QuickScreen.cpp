@@ -69,15 +69,24 @@ QQuickItem* QuickScreen::find(const QString& name, QQuickItem* within) const {
 }
 
 void QuickScreen::click(QQuickItem* target) {
+    press(target);
+    release(target);
+}
+
+void QuickScreen::press(QQuickItem* target) {
     if (target == nullptr) return;
     const QPointF scene = middleInScene(target);
-    const QPointF global = window_.mapToGlobal(scene);
-    QMouseEvent press(QEvent::MouseButtonPress, scene, scene, global, Qt::LeftButton, Qt::LeftButton,
-                      Qt::NoModifier);
-    QCoreApplication::sendEvent(&window_, &press);
-    QMouseEvent release(QEvent::MouseButtonRelease, scene, scene, global, Qt::LeftButton, Qt::NoButton,
-                        Qt::NoModifier);
-    QCoreApplication::sendEvent(&window_, &release);
+    QMouseEvent event(QEvent::MouseButtonPress, scene, scene, window_.mapToGlobal(scene), Qt::LeftButton,
+                      Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window_, &event);
+}
+
+void QuickScreen::release(QQuickItem* target) {
+    if (target == nullptr) return;
+    const QPointF scene = middleInScene(target);
+    QMouseEvent event(QEvent::MouseButtonRelease, scene, scene, window_.mapToGlobal(scene), Qt::LeftButton,
+                      Qt::NoButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window_, &event);
     QCoreApplication::processEvents();
 }
 

@@ -37,6 +37,9 @@ public:
     [[nodiscard]] QQuickItem* find(const QString& name, QQuickItem* within = nullptr) const;
 
     void click(QQuickItem* target);
+    // The left button held down over the target, and let go; click() is the two at once.
+    void press(QQuickItem* target);
+    void release(QQuickItem* target);
     // Focuses the target (which fails for a disabled one) and sends the key to the window.
     void pressKey(QQuickItem* target, Qt::Key key, const QString& text = {});
     void pressSpace(QQuickItem* target) { pressKey(target, Qt::Key_Space, QStringLiteral(" ")); }

@@ -122,6 +122,29 @@ Rectangle {
             font.pointSize: M8Type.size(10)
         }
 
+        // Why the last drag out of the window could not start, until the next one or another folder.
+        Text {
+            id: dragProblem
+            objectName: "dragProblem"
+            Layout.fillWidth: true
+            visible: text !== ""
+            wrapMode: Text.Wrap
+            color: Theme.palette.err
+            font.family: Theme.monoFamily
+            font.pointSize: M8Type.size(10)
+
+            Connections {
+                target: pane.browser
+                function onDragFailed(path, message) { dragProblem.text = message }
+                function onDragReady(path, url) { dragProblem.text = "" }
+            }
+            Connections {
+                target: Browse
+                function onPathChanged() { dragProblem.text = "" }
+                function onSelectionChanged() { dragProblem.text = "" }
+            }
+        }
+
         ListView {
             id: entries
             objectName: "folderEntries"
@@ -146,6 +169,7 @@ Rectangle {
                 current: ListView.isCurrentItem && entries.activeFocus
                     || (!modelData.isDirectory && Browse.previewNode.path === modelData.path)
                 accessibleName: modelData.name
+                dragPath: modelData.isDirectory ? "" : modelData.path
                 onActivated: {
                     entries.currentIndex = index
                     entries.forceActiveFocus()

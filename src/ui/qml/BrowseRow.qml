@@ -7,6 +7,8 @@ Rectangle {
     id: row
     property bool current: false
     property string accessibleName: ""
+    // A file of the open version that a press and hold drags out of the window; "" for none.
+    property string dragPath: ""
     signal activated()
 
     implicitHeight: 26
@@ -18,6 +20,20 @@ Rectangle {
     Accessible.role: Accessible.ListItem
     Accessible.name: accessibleName
     Accessible.onPressAction: activated()
+
+    Drag.dragType: Drag.Automatic
+    Drag.supportedActions: Qt.CopyAction
+
+    // A song goes out with its samples beside it, prepared off the GUI thread; the drag starts
+    // once that is done, while the button is still held.
+    Connections {
+        target: row.dragPath !== "" ? Browse.browser : null
+        function onDragReady(path, url) {
+            if (path !== row.dragPath || !mouse.pressed) return
+            row.Drag.mimeData = { "text/uri-list": url.toString() }
+            row.Drag.startDrag(Qt.CopyAction)
+        }
+    }
 
     Keys.onReturnPressed: activated()
     Keys.onEnterPressed: activated()
@@ -32,5 +48,6 @@ Rectangle {
             row.forceActiveFocus()
             row.activated()
         }
+        onPressAndHold: if (row.dragPath !== "" && Browse.browser) Browse.browser.prepareDrag(row.dragPath)
     }
 }
