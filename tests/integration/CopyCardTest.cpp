@@ -58,19 +58,8 @@ TEST_F(CopyCardTest, AFileGoesBackToItsPlaceWithTheFoldersThatWereDeletedSince) 
 
 TEST_F(CopyCardTest, ACopyWhileABackupHoldsTheCardIsRefusedInTheLeasesWordsAndWritesNothing) {
     fs::remove_all(card_->mountPath() / "Samples");
-    const auto before = treeOf(card_->mountPath());
-    const fs::path marker = temp_ / "held";
-    const auto backup = startHeldAt("transfer-pass", marker, {"--json", "backup", "M8CARD"});
-    ASSERT_TRUE(fs::exists(marker)) << backup->err();
-
-    const auto refused = copy("Samples/Drums/kick.wav");
-    EXPECT_EQ(refused.status, 1) << refused.err;
-    EXPECT_EQ(refused.lastErrorLine, "Busy — backup in progress on this SD card");
-    EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(treeOf(card_->mountPath()), before);
-
-    fs::remove(marker);
-    EXPECT_EQ(backup->wait(), 0) << backup->err();
+    expectRefusedWhileABackupHoldsTheCard([&] { return copy("Samples/Drums/kick.wav"); },
+                                          "Busy — backup in progress on this SD card");
 }
 
 // An rsync that reports success but leaves other bytes on the card: the read-back must notice.

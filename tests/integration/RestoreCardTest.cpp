@@ -165,19 +165,8 @@ TEST_F(RestoreCardTest, ASignalCancelsTheRestoreWith130AndWritesNothing) {
 // The backup runs in another process, held by the test hook in its transfer pass.
 TEST_F(RestoreCardTest, ARestoreWhileABackupHoldsTheCardIsRefusedAndChangesNothing) {
     fs::remove(card_->mountPath() / "Songs/JAM.m8s");
-    const auto before = treeOf(card_->mountPath());
-    const fs::path marker = temp_ / "held";
-    const auto backup = startHeldAt("transfer-pass", marker, {"--json", "backup", "M8CARD"});
-    ASSERT_TRUE(fs::exists(marker)) << backup->err();
-
-    const auto refused = restore();
-    EXPECT_EQ(refused.status, 1) << refused.err;
-    EXPECT_EQ(refused.lastErrorLine, "Another operation is already running for this card.");
-    EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(treeOf(card_->mountPath()), before);
-
-    fs::remove(marker);
-    EXPECT_EQ(backup->wait(), 0) << backup->err();
+    expectRefusedWhileABackupHoldsTheCard([&] { return restore(); },
+                                          "Another operation is already running for this card.");
 }
 
 TEST_F(RestoreCardTest, AFolderOrSongTheVersionLacksIsAUsageError) {

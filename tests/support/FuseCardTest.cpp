@@ -1,5 +1,6 @@
 #include "FuseCardTest.h"
 
+#include "FileContent.h"
 #include "LiveProcesses.h"
 
 #include <nlohmann/json.hpp>
@@ -73,6 +74,23 @@ std::vector<fs::path> FuseCardTest::storeEntries(const std::string& prefix) cons
             if (entry.path().filename().string().starts_with(prefix)) found.push_back(entry.path());
     }
     return found;
+}
+
+void FuseCardTest::expectRefusedWhileABackupHoldsTheCard(const std::function<CliResult()>& attempt,
+                                                         const std::string& words) {
+    const auto before = treeOf(card_->mountPath());
+    const std::filesystem::path marker = temp_ / "held";
+    const auto backup = startHeldAt("transfer-pass", marker, {"--json", "backup", "M8CARD"});
+    ASSERT_TRUE(std::filesystem::exists(marker)) << backup->err();
+
+    const auto refused = attempt();
+    EXPECT_EQ(refused.status, 1) << refused.err;
+    EXPECT_EQ(refused.lastErrorLine, words);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(treeOf(card_->mountPath()), before);
+
+    std::filesystem::remove(marker);
+    EXPECT_EQ(backup->wait(), 0) << backup->err();
 }
 
 }  // namespace tapekeep::test

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -51,6 +52,12 @@ protected:
     [[nodiscard]] std::unique_ptr<CliProcess> startHeldAt(const std::string& step,
                                                           const std::filesystem::path& marker,
                                                           const std::vector<std::string>& arguments) const;
+
+    // Holds a backup of the card in its transfer pass in another process while `attempt` runs, and
+    // expects the attempt refused with exit 1 and these words, printing nothing on standard output
+    // and leaving the card as it was. Lets the backup finish after.
+    void expectRefusedWhileABackupHoldsTheCard(const std::function<CliResult()>& attempt,
+                                               const std::string& words);
 
     // `--json backup M8CARD` with the extra arguments, expected to succeed: the version it
     // published, or an empty path when it failed.
