@@ -3,12 +3,11 @@
 #include <fcntl.h>
 #include <utf8proc.h>
 
-#include <cstring>
 #include <system_error>
 #include <vector>
 
 #include "content/SampleReferences.h"
-#include "core/Cancelled.h"
+#include "core/FileComparison.h"
 #include "core/FileDescriptor.h"
 #include "core/FileReading.h"
 #include "edits/EditPathValidatorError.h"
@@ -86,11 +85,6 @@ std::string resolvedStandardPath(const fs::path& url) {
     return resolved.lexically_normal().string();
 }
 
-bool chunksDiffer(const std::vector<char>& first, std::size_t firstLength, const std::vector<char>& second,
-                  std::size_t secondLength) {
-    return firstLength != secondLength || std::memcmp(first.data(), second.data(), firstLength) != 0;
-}
-
 }  // namespace
 
 void validatePath(std::string_view path) {
@@ -133,18 +127,10 @@ void contentsEqual(const fs::path& first, const fs::path& second, const std::sto
         FileDescriptor::checked(::open(first.c_str(), O_RDONLY | O_CLOEXEC), first.string());
     const auto secondFile =
         FileDescriptor::checked(::open(second.c_str(), O_RDONLY | O_CLOEXEC), second.string());
-    throwIfCancelled(token);
     std::vector<char> firstChunk(comparisonChunkSize), secondChunk(comparisonChunkSize);
-    for (;;) {
-        const auto firstLength =
-            readFully(firstFile.get(), firstChunk.data(), comparisonChunkSize, first.string());
-        const auto secondLength =
-            readFully(secondFile.get(), secondChunk.data(), comparisonChunkSize, second.string());
-        if (chunksDiffer(firstChunk, firstLength, secondChunk, secondLength))
-            throw EditPathValidatorError::contentsDiffer();
-        if (firstLength == 0) return;
-        throwIfCancelled(token);
-    }
+    if (!sameBytesToEnd(firstFile.get(), first.string(), firstChunk, secondFile.get(), second.string(),
+                        secondChunk, token))
+        throw EditPathValidatorError::contentsDiffer();
 }
 
 }  // namespace tapekeep::EditPathValidator
