@@ -14,6 +14,7 @@
 #include "cli/CompareCommand.h"
 #include "cli/CopyCommand.h"
 #include "cli/DragExportCommand.h"
+#include "cli/EditsCommand.h"
 #include "cli/EjectCommand.h"
 #include "cli/ExportCommand.h"
 #include "cli/ExportFileCommand.h"
@@ -59,6 +60,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<ExportFileCommand>());
     commands.push_back(std::make_unique<DragExportCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
+    commands.push_back(std::make_unique<EditsCommand>());
     return commands;
 }
 

@@ -24,22 +24,26 @@ void writeAll(int fd, std::string_view bytes) {
 
 }  // namespace
 
-void writeFileAtomically(const std::filesystem::path& target, std::string_view bytes) {
-    const auto temporary = target.parent_path() / ("." + target.filename().string() + ".tmp-" + makeUuid());
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) throw PosixError::fromErrno(errno, temporary.string());
+void writeNewFile(const std::filesystem::path& file, std::string_view bytes) {
+    int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) throw PosixError::fromErrno(errno, file.string());
     try {
         writeAll(fd, bytes);
-        if (::fsync(fd) != 0) throw PosixError::fromErrno(errno, temporary.string());
+        if (::fsync(fd) != 0) throw PosixError::fromErrno(errno, file.string());
     } catch (...) {
         ::close(fd);
-        ::unlink(temporary.c_str());
         throw;
     }
-    if (::close(fd) != 0) {
-        int code = errno;
-        ::unlink(temporary.c_str());
-        throw PosixError::fromErrno(code, temporary.string());
+    if (::close(fd) != 0) throw PosixError::fromErrno(errno, file.string());
+}
+
+void writeFileAtomically(const std::filesystem::path& target, std::string_view bytes) {
+    const auto temporary = target.parent_path() / ("." + target.filename().string() + ".tmp-" + makeUuid());
+    try {
+        writeNewFile(temporary, bytes);
+    } catch (const PosixError& error) {
+        if (error.code() != EEXIST) ::unlink(temporary.c_str());
+        throw;
     }
     if (::rename(temporary.c_str(), target.c_str()) != 0) {
         int code = errno;

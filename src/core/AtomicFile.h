@@ -10,4 +10,8 @@ namespace tapekeep {
 // a failure. Throws PosixError.
 void writeFileAtomically(const std::filesystem::path& target, std::string_view bytes);
 
+// Creates the file, refusing one that exists (a link included), writes the bytes and fsyncs them.
+// A failure leaves what was written; the caller decides whether it goes. Throws PosixError.
+void writeNewFile(const std::filesystem::path& file, std::string_view bytes);
+
 }  // namespace tapekeep

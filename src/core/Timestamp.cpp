@@ -91,4 +91,20 @@ std::string formatIso8601Utc(Clock::time_point time) {
     return text;
 }
 
+std::optional<TimePoint> parseIso8601Utc(const std::string& text) {
+    // yyyy-MM-ddTHH:mm:ssZ: exactly 20 characters.
+    if (text.size() != 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
+        text[16] != ':' || text[19] != 'Z')
+        return std::nullopt;
+    if (!allDigits(text, 0, 4) || !allDigits(text, 5, 2) || !allDigits(text, 8, 2) ||
+        !allDigits(text, 11, 2) || !allDigits(text, 14, 2) || !allDigits(text, 17, 2))
+        return std::nullopt;
+    using namespace std::chrono;
+    const year_month_day date{year(number(text, 0, 4)), month(static_cast<unsigned>(number(text, 5, 2))),
+                              day(static_cast<unsigned>(number(text, 8, 2)))};
+    const int hour = number(text, 11, 2), minute = number(text, 14, 2), second = number(text, 17, 2);
+    if (!date.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+    return sys_days(date) + hours(hour) + minutes(minute) + seconds(second);
+}
+
 }  // namespace tapekeep

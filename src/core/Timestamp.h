@@ -18,5 +18,7 @@ std::string formatLogTimestamp(Clock::time_point time);
 
 // "yyyy-MM-ddTHH:mm:ssZ" in UTC.
 std::string formatIso8601Utc(Clock::time_point time);
+// The same form read back; anything else, fractional seconds included, is nothing.
+std::optional<TimePoint> parseIso8601Utc(const std::string& text);
 
 }  // namespace tapekeep

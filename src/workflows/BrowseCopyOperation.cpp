@@ -17,6 +17,7 @@
 #include "content/M8ContentScanner.h"
 #include "content/SampleReferences.h"
 #include "core/Cancelled.h"
+#include "core/FileComparison.h"
 #include "core/FileDescriptor.h"
 #include "core/FileReading.h"
 #include "core/PosixError.h"
@@ -151,18 +152,8 @@ public:
         if (!sourceFile) throw BrowseFileError::unsupportedSource(source);
         const auto destinationFile = openRegularFile(destination);
         if (!destinationFile) return false;
-        for (;;) {
-            throwIfCancelled(token_);
-            const std::size_t count =
-                readFully(sourceFile->get(), sourceBlock_.data(), sourceBlock_.size(), source.string());
-            const std::size_t destinationCount = readFully(destinationFile->get(), destinationBlock_.data(),
-                                                           destinationBlock_.size(), destination.string());
-            if (count != destinationCount ||
-                !std::equal(sourceBlock_.begin(), sourceBlock_.begin() + static_cast<std::ptrdiff_t>(count),
-                            destinationBlock_.begin()))
-                return false;
-            if (count < sourceBlock_.size()) return true;
-        }
+        return sameBytesToEnd(sourceFile->get(), source.string(), sourceBlock_, destinationFile->get(),
+                              destination.string(), destinationBlock_, token_);
     }
 
 private:
