@@ -1,7 +1,9 @@
-// How long the sample usage index of a large version takes: 1,000 songs that each refer to a
-// handful of 5,000 samples, in every spelling a device produces (absolute, relative to the song's
-// folder or the one above, backslashes, other letter case). The baseline is reading every song's
-// bytes, which the index cannot avoid, so the ratio is the cost of walking, parsing and resolving.
+// How long the sample usage index of a large version takes: 1,000 songs, each a copy of a song a
+// device wrote with its samplers pointed at a handful of 5,000 samples, in every spelling a device
+// produces (absolute, relative to the song's folder or the one above, backslashes, other letter case).
+// The target is under one second. The baseline is a plain walk of the same version that reads every
+// song once, which the index cannot avoid: it must find the songs among the samples and read them
+// whole, so the ratio is what parsing and resolving the references cost on top of the file system.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,6 +32,7 @@ constexpr int songCount = 1'000;
 constexpr int kitCount = 50, samplesPerKit = 100;  // 5,000 samples
 constexpr int referencesPerSong = 6;
 constexpr int runs = 3;
+constexpr double targetSeconds = 1.0;
 
 void writeFile(const fs::path& file, const std::string& content) {
     fs::create_directories(file.parent_path());
@@ -61,14 +64,13 @@ std::string storedReference(const std::string& sample, bool nested, int spelling
     }
 }
 
-std::vector<fs::path> generateVersion(const fs::path& version) {
+void generateVersion(const fs::path& version) {
     for (int kit = 0; kit < kitCount; ++kit)
         for (int sample = 0; sample < samplesPerKit; ++sample)
             writeFile(version / "Samples" / sampleName(kit, sample), "RIFF....WAVE");
     std::mt19937 random(2024);
     std::uniform_int_distribution<int> kitOf(0, kitCount - 1), sampleOf(0, samplesPerKit - 1),
         spellingOf(0, 3);
-    std::vector<fs::path> songs;
     for (int song = 0; song < songCount; ++song) {
         const bool nested = song % 5 != 0;  // most songs live in set folders
         std::vector<std::string> references;
@@ -77,22 +79,27 @@ std::vector<fs::path> generateVersion(const fs::path& version) {
                 storedReference(sampleName(kitOf(random), sampleOf(random)), nested, spellingOf(random)));
         const fs::path folder =
             nested ? version / "Songs" / ("Set" + std::to_string(song % 40)) : version / "Songs";
-        songs.push_back(folder / ("SONG" + std::to_string(song) + ".m8s"));
-        writeFile(songs.back(), test::songWithSamples(references));
+        writeFile(folder / ("SONG" + std::to_string(song) + ".m8s"), test::deviceSongWithSamples(references));
     }
-    return songs;
 }
 
-std::size_t readEveryByte(const std::vector<fs::path>& files) {
+std::size_t readWholeFile(const fs::path& file, std::vector<char>& buffer) {
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) std::abort();
+    std::size_t total = 0;
+    for (ssize_t count; (count = ::read(fd, buffer.data(), buffer.size())) > 0;)
+        total += static_cast<std::size_t>(count);
+    ::close(fd);
+    return total;
+}
+
+// The least the index must do: find every song in the version and read it once.
+std::size_t walkReadingEverySong(const fs::path& version) {
     std::vector<char> buffer(128 * 1024);
     std::size_t total = 0;
-    for (const auto& file : files) {
-        const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) std::abort();
-        for (ssize_t count; (count = ::read(fd, buffer.data(), buffer.size())) > 0;)
-            total += static_cast<std::size_t>(count);
-        ::close(fd);
-    }
+    for (const auto& entry : fs::recursive_directory_iterator(version))
+        if (entry.is_regular_file() && entry.path().extension() == ".m8s")
+            total += readWholeFile(entry.path(), buffer);
     return total;
 }
 
@@ -102,13 +109,13 @@ int main() {
     std::string pattern = (fs::temp_directory_path() / "tapekeep-bench-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) return 1;
     const fs::path version = fs::path(pattern) / "backup-2024-01-01-120000";
-    const auto songs = generateVersion(version);
+    generateVersion(version);
 
     BrowseFileService::SampleUsageIndex index;
     const double indexSeconds =
         bench::bestSeconds(runs, [&] { index = BrowseFileService::sampleUsageIndex(version); });
     std::size_t bytes = 0;
-    const double readSeconds = bench::bestSeconds(runs, [&] { bytes = readEveryByte(songs); });
+    const double readSeconds = bench::bestSeconds(runs, [&] { bytes = walkReadingEverySong(version); });
     std::size_t usages = 0;
     for (const auto& [key, users] : index) usages += users.size();
 
@@ -118,9 +125,11 @@ int main() {
                 formatWithThousandsSeparator(kitCount * samplesPerKit).c_str(), referencesPerSong,
                 formatWithThousandsSeparator(static_cast<std::int64_t>(index.size())).c_str(),
                 formatWithThousandsSeparator(static_cast<std::int64_t>(usages)).c_str());
-    std::printf("sampleUsageIndex:           %7.1f ms (best of %d)\n", indexSeconds * 1000.0, runs);
-    std::printf("baseline, read every song:  %7.1f ms (best of %d)\n", readSeconds * 1000.0, runs);
-    std::printf("ratio: the index takes %.1fx the time of reading the songs\n", indexSeconds / readSeconds);
+    std::printf("sampleUsageIndex:                   %7.1f ms (best of %d; target under %.0f ms)\n",
+                indexSeconds * 1000.0, runs, targetSeconds * 1000.0);
+    std::printf("baseline, walk reading every song:  %7.1f ms (best of %d)\n", readSeconds * 1000.0, runs);
+    std::printf("ratio: the index takes %.1fx the time of the walk\n", indexSeconds / readSeconds);
+    std::printf("target met: %s\n", indexSeconds < targetSeconds ? "yes" : "no");
 
     std::error_code ignored;
     fs::remove_all(pattern, ignored);

@@ -216,7 +216,7 @@ Arguments compareVersionsArguments(const fs::path& versionA, const fs::path& ver
 
 Arguments copyToCardArguments(const fs::path& source, const fs::path& destination, bool isFolder) {
     ArgumentList arguments{"-avh", "--checksum", "--safe-links", "--progress"};
-    arguments.excludes();
+    arguments.fatAttributes().excludes();
     if (isFolder) return arguments.betweenFolders(source, destination);
     return arguments.betweenFiles(source.string(), destination.string());
 }

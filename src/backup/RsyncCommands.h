@@ -98,7 +98,7 @@ Arguments restorePreviewFromListArguments(const std::filesystem::path& source,
 Arguments compareVersionsArguments(const std::filesystem::path& versionA,
                                    const std::filesystem::path& versionB);
 
-// A folder or a file from a version to the card: -avh --checksum --safe-links --progress E. A
+// A folder or a file from a version to the card: -avh --checksum --safe-links --progress F E. A
 // folder's paths get the trailing "/"; a file's are used as they stand.
 Arguments copyToCardArguments(const std::filesystem::path& source, const std::filesystem::path& destination,
                               bool isFolder);

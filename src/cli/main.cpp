@@ -13,6 +13,7 @@
 #include "cli/CliError.h"
 #include "cli/CompareCommand.h"
 #include "cli/CopyCommand.h"
+#include "cli/DragExportCommand.h"
 #include "cli/EjectCommand.h"
 #include "cli/ExportCommand.h"
 #include "cli/ExportFileCommand.h"
@@ -58,6 +59,7 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<EjectCommand>());
     commands.push_back(std::make_unique<ExportCommand>());
     commands.push_back(std::make_unique<ExportFileCommand>());
+    commands.push_back(std::make_unique<DragExportCommand>());
     commands.push_back(std::make_unique<SampleCommand>());
     commands.push_back(std::make_unique<TrimCommand>());
     commands.push_back(std::make_unique<WatchCommand>());

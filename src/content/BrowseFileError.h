@@ -24,6 +24,7 @@ public:
         missingVolumeIdentity,
         sourceOutsideVersion,
         indexNotReady,
+        verificationFailed,
     };
 
     static BrowseFileError sourceMissing(const std::filesystem::path& url) {
@@ -56,6 +57,11 @@ public:
         return {Kind::sourceOutsideVersion, {}, "The selected file is outside this backup version."};
     }
     static BrowseFileError indexNotReady() { return {Kind::indexNotReady, {}, "Sample usage is not ready."}; }
+    // The read-back after a copy to the card found the file missing or different there.
+    static BrowseFileError verificationFailed(const std::filesystem::path& url) {
+        return {Kind::verificationFailed, url.string(),
+                "The copy on the card does not match the backup: " + lastPathComponent(url)};
+    }
 
     [[nodiscard]] Kind kind() const { return kind_; }
     // The case's payload as text: a URL's whole path, a path as stored, an exit code; empty for none.

@@ -321,6 +321,13 @@ std::optional<M8ContentScanner::Manifest> M8ContentScanner::scanManifest(const s
     return manifest;
 }
 
+bool M8ContentScanner::isSkippedName(std::string_view name) {
+    static constexpr std::array<std::string_view, 6> skippedNames{
+        ".DS_Store", ".Spotlight-V100", ".Trashes", ".fseventsd", ".tapekeep-note", ".tapekeep-sizes.json",
+    };
+    return std::find(skippedNames.begin(), skippedNames.end(), name) != skippedNames.end();
+}
+
 bool M8ContentScanner::isCountedPath(std::string_view relativePath) {
     std::vector<std::string_view> pieces;
     for (std::size_t start = 0; start <= relativePath.size();) {

@@ -63,6 +63,11 @@ public:
     // "backup" in any letter case. Letter case of "System" and "Songs" is exact.
     static bool isCountedPath(std::string_view relativePath);
 
+    // Whether a single path component is one of the skipped names above: exact, letter case
+    // included. The walks here leave out every hidden name, these among them; other walks that must
+    // agree with the backup's excludes ask this.
+    static bool isSkippedName(std::string_view name);
+
     // The number of distinct songs among song names (without extension): numbered copies such as
     // "SONG01" and "song2" are one song with "song". A name of digits alone counts as itself.
     static int distinctSongCount(const std::vector<std::string>& songNames);
