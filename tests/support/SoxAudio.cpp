@@ -1,35 +1,14 @@
 #include "SoxAudio.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-extern char** environ;
+#include "QuietProcess.h"
 
 namespace tapekeep::test {
 namespace fs = std::filesystem;
 
 namespace {
-
-// Runs the program with its standard output discarded; its exit status, or -1.
-int run(std::vector<std::string> words) {
-    std::vector<char*> argv;
-    for (auto& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    const int failed = ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failed != 0) return -1;
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 std::string format(double value) {
     char text[32];
@@ -40,7 +19,7 @@ std::string format(double value) {
 }  // namespace
 
 std::string soxMissing() {
-    static const bool found = run({"sox", "--version"}) == 0;
+    static const bool found = runQuietly({"sox", "--version"}) == 0;
     return found ? "" : "sox is not installed (scripts/setup.sh installs it)";
 }
 
@@ -51,7 +30,7 @@ void makeAudio(const fs::path& file, const std::vector<std::string>& options, do
     words.insert(words.end(), options.begin(), options.end());
     words.insert(words.end(), {file.string(), "synth", format(seconds)});
     words.insert(words.end(), sound.begin(), sound.end());
-    ASSERT_EQ(run(words), 0) << "sox could not make " << file;
+    ASSERT_EQ(runQuietly(words), 0) << "sox could not make " << file;
 }
 
 void makeEmptyWav(const fs::path& file) {
