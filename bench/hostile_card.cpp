@@ -5,6 +5,8 @@
 // BackupOperation and its manifest scanned, against the same rsync passes run bare (fork, exec,
 // wait; output discarded). The figure is Tapekeep's time over bare rsync's, measured in one run.
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

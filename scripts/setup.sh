@@ -12,6 +12,7 @@ packages=(
   qml6-module-qtquick-layouts qml6-module-qtquick-window qml6-module-qtquick-dialogs
   qml6-module-qtqml-workerscript qml6-module-qt-labs-platform qml6-module-qtquick-shapes qt6-qpa-plugins
   libcanberra-dev fonts-jetbrains-mono fonts-inter xvfb xauth libgl1-mesa-dri dbus-daemon
+  libsndfile1-dev qt6-multimedia-dev sox libsox-fmt-mp3
 )
 
 missing=()

@@ -21,12 +21,14 @@
 #include "cli/NoteCommand.h"
 #include "cli/Output.h"
 #include "cli/RestoreCommand.h"
+#include "cli/SampleCommand.h"
 #include "cli/SearchCommand.h"
 #include "cli/SetsCommand.h"
 #include "cli/SettingsCommand.h"
 #include "cli/SignalCancellation.h"
 #include "cli/SongCommand.h"
 #include "cli/SummaryCommand.h"
+#include "cli/TrimCommand.h"
 #include "cli/UsageCommand.h"
 #include "cli/VersionsCommand.h"
 #include "cli/WatchCommand.h"
@@ -59,6 +61,8 @@ std::vector<std::unique_ptr<Command>> allCommands() {
     commands.push_back(std::make_unique<ExportCommand>());
     commands.push_back(std::make_unique<ExportFileCommand>());
     commands.push_back(std::make_unique<DragExportCommand>());
+    commands.push_back(std::make_unique<SampleCommand>());
+    commands.push_back(std::make_unique<TrimCommand>());
     commands.push_back(std::make_unique<WatchCommand>());
     commands.push_back(std::make_unique<EditsCommand>());
     return commands;
