@@ -154,12 +154,12 @@ FileDescriptor lockedFolder(const fs::path& folder) {
 EditManifestStore::EditManifestStore(fs::path baseURL) : baseURL_(std::move(baseURL)) {}
 
 void EditManifestStore::setBeforeManifestWrite(WriteHook hook) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     beforeManifestWrite_ = std::move(hook);
 }
 
 void EditManifestStore::setStepHook(StepHook hook) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     stepHook_ = std::move(hook);
 }
 
@@ -205,7 +205,7 @@ fs::path EditManifestStore::markerPath(const std::string& id, const std::string&
 }
 
 fs::path EditManifestStore::stagedURL(const EditEntry& edit, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     return stagedURLLocked(edit, root);
 }
 
@@ -240,14 +240,23 @@ std::optional<EditManifestStore::FileStamp> EditManifestStore::stampOf(const fs:
 }
 
 EditManifest EditManifestStore::load(const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     return loadLocked(root);
+}
+
+void EditManifestStore::holdFolderLock(const fs::path& folder) {
+    if (!folderLock_) folderLock_ = lockedFolder(folder);
 }
 
 EditManifest EditManifestStore::loadLocked(const std::string& root) {
     const auto manifestPath = storageFolder(root) / manifestFileName;
     checkStoragePath(manifestPath, true);
-    if (!existsHere(manifestPath)) return {EditManifest::currentSchemaVersion, root, {}};
+    if (existsHere(manifestPath.parent_path())) holdFolderLock(manifestPath.parent_path());
+    if (!existsHere(manifestPath)) {
+        // Remembered too: a manifest another writer creates after this must not be overwritten.
+        mtimes_[root] = std::nullopt;
+        return {EditManifest::currentSchemaVersion, root, {}};
+    }
     auto manifest = mappingFailures([&] {
         auto decoded = EditManifestCoding::decodeManifest(
             readWholeFile(manifestPath, {.followSymbolicLinks = false, .regularFileOnly = true}));
@@ -259,12 +268,12 @@ EditManifest EditManifestStore::loadLocked(const std::string& root) {
         }
         return decoded;
     });
-    if (const auto stamp = stampOf(manifestPath)) mtimes_[root] = *stamp;
+    mtimes_[root] = stampOf(manifestPath);
     return manifest;
 }
 
 void EditManifestStore::save(const EditManifest& manifest) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     saveLocked(manifest);
 }
 
@@ -276,7 +285,7 @@ void EditManifestStore::saveLocked(const EditManifest& manifest) {
     ensureStorageDirectory(folder);
     checkStoragePath(manifestPath, true);
     // Another process's save between the stale test and the replace would be lost without it.
-    const auto writerLock = lockedFolder(folder);
+    holdFolderLock(folder);
     testStaleness(root, manifestPath);
     std::string bytes;
     try {
@@ -286,18 +295,20 @@ void EditManifestStore::saveLocked(const EditManifest& manifest) {
     }
     if (beforeManifestWrite_) beforeManifestWrite_();
     writeManifestFile(manifestPath, bytes);
-    if (const auto stamp = stampOf(manifestPath)) mtimes_[root] = *stamp;
+    mtimes_[root] = stampOf(manifestPath);
     postChange();
 }
 
 void EditManifestStore::testStaleness(const std::string& root, const fs::path& manifest) const {
     const auto remembered = mtimes_.find(root);
-    if (remembered == mtimes_.end() || !existsHere(manifest)) return;
+    if (remembered == mtimes_.end()) return;
     const auto stamp = stampOf(manifest);
-    if (!stamp) return;
     const auto& known = remembered->second;
-    if (stamp->device != known.device || stamp->inode != known.inode ||
-        std::chrono::abs(stamp->date - known.date) > staleTolerance)
+    if (!known && !stamp) return;
+    // Made, or removed, by another writer since it was read here.
+    if (!known || !stamp) throw StoreError::staleManifest();
+    if (stamp->device != known->device || stamp->inode != known->inode ||
+        std::chrono::abs(stamp->date - known->date) > staleTolerance)
         throw StoreError::staleManifest();
 }
 
@@ -338,7 +349,7 @@ void EditManifestStore::writeManifestFile(const fs::path& manifest, const std::s
 }
 
 std::vector<EditEntry> EditManifestStore::pendingEdits(const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     auto edits = loadLocked(root).edits;
     std::erase_if(edits, [](const EditEntry& edit) { return !edit.isPending(); });
     return edits;
@@ -380,7 +391,7 @@ void EditManifestStore::removeStagedFile(const fs::path& staged) const {
 
 void EditManifestStore::addEdit(const EditEntry& edit, const fs::path& renderedFile,
                                 const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     validateRoot(root);
     EditValidation::validateEdit(edit);
     auto manifest = loadLocked(root);
@@ -400,7 +411,7 @@ void EditManifestStore::addEdit(const EditEntry& edit, const fs::path& renderedF
 
 void EditManifestStore::replaceEdit(const std::string& oldID, const EditEntry& newEdit,
                                     const fs::path& renderedFile, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     auto manifest = loadLocked(root);
     const auto slot = indexOf(manifest, oldID);
     if (!slot) throw StoreError::notFound();
@@ -434,7 +445,7 @@ void EditManifestStore::replaceEdit(const std::string& oldID, const EditEntry& n
 
 void EditManifestStore::renameEditTarget(const std::string& id, const std::string& newTarget,
                                          const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     try {
         EditPathValidator::validatePath(newTarget);
     } catch (const EditPathValidatorError&) {
@@ -458,7 +469,7 @@ void EditManifestStore::renameEditTarget(const std::string& id, const std::strin
 }
 
 void EditManifestStore::discardEdit(const std::string& id, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     auto manifest = loadLocked(root);
     const auto slot = indexOf(manifest, id);
     if (!slot) return;
@@ -478,7 +489,7 @@ void EditManifestStore::discardEdit(const std::string& id, const std::string& ro
 }
 
 void EditManifestStore::markApplied(const EditEntry& edit, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     auto manifest = loadLocked(root);
     const auto slot = indexOf(manifest, edit.id);
     if (!slot) throw StoreError::notFound();
@@ -499,7 +510,7 @@ void EditManifestStore::markApplied(const EditEntry& edit, const std::string& ro
 
 void EditManifestStore::recordApplyError(const std::string& id, const std::optional<std::string>& message,
                                          const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     auto manifest = loadLocked(root);
     const auto slot = indexOf(manifest, id);
     if (!slot || manifest.edits[*slot].appliedAt) return;
@@ -510,7 +521,7 @@ void EditManifestStore::recordApplyError(const std::string& id, const std::optio
 // ---- commit markers ---------------------------------------------------------------------------
 
 void EditManifestStore::writeCommitMarker(const std::string& id, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     const auto manifest = loadLocked(root);
     const auto slot = indexOf(manifest, id);
     if (!slot) throw StoreError::notFound();
@@ -538,7 +549,7 @@ void EditManifestStore::writeMarkerFile(const EditEntry& edit, const std::string
 
 std::optional<PendingCommitMarker> EditManifestStore::readCommitMarker(const EditEntry& edit,
                                                                        const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     return readCommitMarkerLocked(edit, root);
 }
 
@@ -557,7 +568,7 @@ std::optional<PendingCommitMarker> EditManifestStore::readCommitMarkerLocked(con
 }
 
 void EditManifestStore::removeCommitMarker(const std::string& id, const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     removeCommitMarkerLocked(id, root);
 }
 
@@ -584,7 +595,7 @@ void EditManifestStore::removeCommitMarkerQuietly(const std::string& id, const s
 }
 
 std::set<std::string> EditManifestStore::editsWithCommitMarkers(const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     std::set<std::string> ids;
     for (const auto& edit : loadLocked(root).edits)
         if (edit.isPending() && readCommitMarkerLocked(edit, root)) ids.insert(edit.id);
@@ -594,7 +605,7 @@ std::set<std::string> EditManifestStore::editsWithCommitMarkers(const std::strin
 // ---- sweep ------------------------------------------------------------------------------------
 
 void EditManifestStore::cleanupOrphanedStagedFiles(const std::string& root) {
-    std::lock_guard lock(mutex_);
+    const OperationGuard guard(*this);
     const auto manifest = loadLocked(root);
     const auto folder = storageFolder(root) / stagedFolderName;
     checkStoragePath(folder, true);

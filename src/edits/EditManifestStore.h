@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/FileDescriptor.h"
 #include "edits/EditEntry.h"
 #include "edits/EditManifest.h"
 #include "edits/PendingCommitMarker.h"
@@ -109,10 +110,29 @@ private:
     void postChange() const;
 
     const std::filesystem::path baseURL_;  // constant after construction
+    // Held through each public operation: the mutex against this process's other threads, and from
+    // the first read of a storage folder to the end, an flock on that folder against other
+    // processes, so that no read, change and write of the manifest interleaves with another's.
+    class OperationGuard {
+    public:
+        explicit OperationGuard(EditManifestStore& store) : store_(store), lock_(store.mutex_) {}
+        ~OperationGuard() { store_.folderLock_.reset(); }
+        OperationGuard(const OperationGuard&) = delete;
+        OperationGuard& operator=(const OperationGuard&) = delete;
+
+    private:
+        EditManifestStore& store_;
+        std::lock_guard<std::mutex> lock_;
+    };
+    // Takes the flock on the folder unless this operation holds it already.
+    void holdFolderLock(const std::filesystem::path& folder);
+
     std::mutex mutex_;
-    WriteHook beforeManifestWrite_;            // guarded by mutex_
-    StepHook stepHook_;                        // guarded by mutex_
-    std::map<std::string, FileStamp> mtimes_;  // guarded by mutex_
+    std::optional<FileDescriptor> folderLock_;  // guarded by mutex_
+    WriteHook beforeManifestWrite_;             // guarded by mutex_
+    StepHook stepHook_;                         // guarded by mutex_
+    // The manifest of each root as last read or written here; nothing when it did not exist then.
+    std::map<std::string, std::optional<FileStamp>> mtimes_;  // guarded by mutex_
 };
 
 }  // namespace tapekeep

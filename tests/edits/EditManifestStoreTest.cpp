@@ -406,8 +406,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Two processes adding edits to one set at once: each add either lands whole or is refused as stale
 // and leaves nothing behind, and the manifest always loads.
-TEST_F(EditManifestStoreTest, TwoWritersNeverLoseAnAcceptedEdit) {
-    store_.save(EditManifest{1, root, {}});
+// Two processes adding edits to the same storage at once: each edit a writer was told it added
+// is in the manifest, and each staged file belongs to an edit of it.
+class TwoWritersTest : public test::EditStoreFixture {
+protected:
+    void expectTwoWritersLoseNothing();
+};
+
+void TwoWritersTest::expectTwoWritersLoseNothing() {
     constexpr int addsPerWriter = 25;
     // Ids and rendered names carry the writer's tag: a forked child draws the same random numbers.
     const auto addAll = [&](EditManifestStore& store, const std::string& tag,
@@ -446,6 +452,16 @@ TEST_F(EditManifestStoreTest, TwoWritersNeverLoseAnAcceptedEdit) {
     for (const auto& edit : manifest.edits) listed.insert(edit.id), stagedNames.insert(edit.stagedFileName);
     EXPECT_EQ(listed, std::set<std::string>(accepted.begin(), accepted.end()));
     EXPECT_EQ(namesIn(storage() / "staged"), stagedNames);
+}
+
+TEST_F(TwoWritersTest, NeverLoseAnAcceptedEdit) {
+    store_.save(EditManifest{1, root, {}});
+    expectTwoWritersLoseNothing();
+}
+
+// Neither writer finds a manifest, so both would create one.
+TEST_F(TwoWritersTest, StartingWithoutAManifestNeverLoseAnAcceptedEdit) {
+    expectTwoWritersLoseNothing();
 }
 
 }  // namespace
