@@ -1,8 +1,10 @@
 #include "app/LaunchTasks.h"
 
+#include "backup/BackupRepository.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
 #include "core/Log.h"
+#include "edits/EditManifestStore.h"
 #include "platform/ThreadName.h"
 
 namespace tapekeep {
@@ -13,8 +15,31 @@ const Log log("LaunchTasks");
 
 }  // namespace
 
-std::vector<LaunchTasks::Task> LaunchTasks::all() {
-    return {};
+std::vector<LaunchTasks::Task> LaunchTasks::all(std::function<std::filesystem::path()> baseFolder) {
+    return {{"staged edits", [baseFolder = std::move(baseFolder)](std::stop_token token) {
+                 cleanUpStagedEdits(baseFolder(), token);
+             }}};
+}
+
+void LaunchTasks::cleanUpStagedEdits(const std::filesystem::path& baseFolder, std::stop_token token) {
+    static const Log app("TapekeepApp");
+    if (baseFolder.empty()) return;
+    std::vector<BackupSet> sets;
+    try {
+        sets = BackupRepository(baseFolder).listSets();
+    } catch (const std::exception& error) {
+        app.console("Launch cleanup: could not list BackupSets: " + describe(error));
+        return;
+    }
+    EditManifestStore store(baseFolder);
+    for (const auto& set : sets) {
+        throwIfCancelled(token);
+        try {
+            store.cleanupOrphanedStagedFiles(set.folderName);
+        } catch (const std::exception& error) {
+            app.console("Launch cleanup failed for " + set.folderName + ": " + describe(error));
+        }
+    }
 }
 
 LaunchTasks::~LaunchTasks() {

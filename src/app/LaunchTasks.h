@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <stop_token>
 #include <string>
@@ -19,9 +20,14 @@ public:
     };
 
     // Every launch task of the application, in the order they run: the one place to add one.
-    [[nodiscard]] static std::vector<Task> all();
+    // baseFolder is read when the tasks run: the backup folder, or an empty path when none is set.
+    [[nodiscard]] static std::vector<Task> all(std::function<std::filesystem::path()> baseFolder);
 
-    explicit LaunchTasks(std::vector<Task> tasks = all()) : tasks_(std::move(tasks)) {}
+    // Staged edit files that no edit names any more (left by a crash between two steps) are
+    // removed from every backup set's edit storage. Failures are printed and stop nothing.
+    static void cleanUpStagedEdits(const std::filesystem::path& baseFolder, std::stop_token token);
+
+    explicit LaunchTasks(std::vector<Task> tasks) : tasks_(std::move(tasks)) {}
     ~LaunchTasks();  // asks the task to stop after the step that runs, and waits for it
     LaunchTasks(const LaunchTasks&) = delete;
     LaunchTasks& operator=(const LaunchTasks&) = delete;

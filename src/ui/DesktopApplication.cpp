@@ -28,8 +28,8 @@
 #include "ui/UpdaterController.h"
 #include "ui/VersionComparisonSheet.h"
 #include "workflows/BackupViewModel.h"
-#include "workflows/RestoreViewModel.h"
 #include "workflows/BrowseSessionViewModel.h"
+#include "workflows/RestoreViewModel.h"
 
 namespace tapekeep {
 
@@ -115,14 +115,16 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
     createShell();
 }
 
+std::filesystem::path DesktopApplication::baseFolder() const {
+    if (demoRoot_) return DemoCard::baseFolder(*demoRoot_);
+    return settings_->backupBaseDirPath().toStdString();
+}
+
 // The BROWSE screen's session reads the backup folder and rsync as they are set at each use, and
 // copies back only to the cards the backup controller has detected, checked again by UUID.
 void DesktopApplication::createBrowse() {
     BrowseSessionViewModel::Dependencies dependencies;
-    dependencies.baseFolder = [this]() -> std::filesystem::path {
-        if (demoRoot_) return DemoCard::baseFolder(*demoRoot_);
-        return settings_->backupBaseDirPath().toStdString();
-    };
+    dependencies.baseFolder = [this] { return baseFolder(); };
     dependencies.rsyncPath = [this] { return settings_->rsyncPath().toStdString(); };
     dependencies.detectedCards = [this] { return backup_->detectedCards(); };
     dependencies.browserDependencies.copy = BrowseCopyOperation::standardDependencies(
@@ -159,7 +161,9 @@ void DesktopApplication::createShell() {
     lifecycle_ = std::make_unique<AppLifecycle>(*settings_, *backup_);
     updater_ = std::make_unique<UpdaterController>();
     statusBar_ = std::make_unique<StatusBarController>(*settings_, *backup_, *lifecycle_);
-    launchTasks_ = std::make_unique<LaunchTasks>();
+    // Read here, on the GUI thread: the settings are not read from the tasks' thread.
+    launchTasks_ =
+        std::make_unique<LaunchTasks>(LaunchTasks::all([folder = baseFolder()] { return folder; }));
     QApplication::setQuitOnLastWindowClosed(false);
     connect(lifecycle_.get(), &AppLifecycle::quitApproved, qApp, &QCoreApplication::quit,
             Qt::QueuedConnection);

@@ -61,6 +61,8 @@ public:
 private:
     void provideToQml(QmlEngineHost& engine);
     void createBrowse();
+    // The backup folder in use: the demo's, or the one the settings name ("" when none).
+    [[nodiscard]] std::filesystem::path baseFolder() const;
     void createShell();
     void startShell();
 

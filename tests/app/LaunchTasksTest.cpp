@@ -8,11 +8,13 @@
 #include <stdexcept>
 #include <vector>
 
+#include "TempDir.h"
 #include "core/Log.h"
 
 namespace tapekeep {
 
 namespace {
+namespace fs = std::filesystem;
 
 // What the tasks did, in order, from whichever thread they ran on.
 struct Journal {
@@ -65,7 +67,29 @@ TEST(LaunchTasksTest, NothingRunsBeforeStartAndTheListIsTheApplications) {
         LaunchTasks tasks({{"sweep", [&](std::stop_token) { ran = true; }}});
     }
     EXPECT_FALSE(ran);
-    EXPECT_TRUE(LaunchTasks::all().empty());  // the application has no launch task yet
+}
+
+// A crash between moving a rendered file into the storage and saving the manifest leaves a staged
+// file that no edit names; the launch removes it from every set, and keeps what is not its own.
+TEST(LaunchTasksTest, TheLaunchRemovesStagedFilesThatNoEditNamesInEverySet) {
+    test::TempDir temp;
+    const fs::path base = temp / "backups";
+    for (const auto* set : {"M8_4C3C645B", "M8_76FA7D45"}) {
+        fs::create_directories(base / set / "backup-2026-01-01-100000");
+        test::writeFile(base / ".edits" / set / "staged" / "orphan.wav", "left by a crash");
+        test::writeFile(base / ".edits" / set / "staged" / ".keep", "hidden");
+    }
+    test::writeFile(base / ".edits/M8_4C3C645B/manifest.json", "not a manifest");
+
+    LaunchTasks::cleanUpStagedEdits(base, {});
+    // A set whose manifest cannot be read keeps everything: its edits are unknown.
+    EXPECT_TRUE(fs::exists(base / ".edits/M8_4C3C645B/staged/orphan.wav"));
+    EXPECT_FALSE(fs::exists(base / ".edits/M8_76FA7D45/staged/orphan.wav"));
+    EXPECT_TRUE(fs::exists(base / ".edits/M8_76FA7D45/staged/.keep"));
+
+    const auto tasks = LaunchTasks::all([] { return fs::path(); });
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_NO_THROW(tasks[0].run({}));  // no backup folder set: nothing to clean
 }
 
 }  // namespace
