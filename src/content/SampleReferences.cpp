@@ -364,13 +364,20 @@ bool isZeroByteFile(const fs::path& url) {
     return status && S_ISREG(status->st_mode) && status->st_size == 0;
 }
 
-bool isUnusedSample(const fs::path& file, const fs::path& versionPath, const SampleUsageIndex& index) {
+const std::vector<fs::path>* usersOf(const fs::path& file, const fs::path& versionPath,
+                                     const SampleUsageIndex& index) {
     const std::string path = standardized(file);
     const std::string version = standardized(versionPath);
-    if (path == version || !isInsideByText(path, version)) return false;
+    if (path == version || !isInsideByText(path, version)) return nullptr;
     const auto users =
         index.find(indexKey(std::string_view(path).substr(version == "/" ? 1 : version.size() + 1)));
-    return users == index.end() || users->second.empty();
+    static const std::vector<fs::path> none;
+    return users == index.end() ? &none : &users->second;
+}
+
+bool isUnusedSample(const fs::path& file, const fs::path& versionPath, const SampleUsageIndex& index) {
+    const auto* users = usersOf(file, versionPath, index);
+    return users != nullptr && users->empty();
 }
 
 std::string usageLabel(const std::vector<std::string>& referencingPaths) {

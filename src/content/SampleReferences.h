@@ -60,6 +60,12 @@ bool isInside(const std::filesystem::path& url, const std::filesystem::path& roo
 // link is not followed.
 bool isZeroByteFile(const std::filesystem::path& url);
 
+// The songs and instruments of the version that may refer to the file (empty for none); null for a
+// file outside the version path, or the version itself.
+const std::vector<std::filesystem::path>* usersOf(const std::filesystem::path& file,
+                                                  const std::filesystem::path& versionPath,
+                                                  const SampleUsageIndex& index);
+
 // True when no song or instrument of the version may refer to the file. A file outside the version
 // path is never unused. Meaningful only for samples.
 bool isUnusedSample(const std::filesystem::path& file, const std::filesystem::path& versionPath,

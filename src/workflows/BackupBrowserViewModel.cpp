@@ -221,10 +221,9 @@ void BackupBrowserViewModel::failSampleIndex(std::uint64_t generation, const std
 }
 
 std::vector<fs::path> BackupBrowserViewModel::usersOf(const fs::path& file) const {
-    if (!sampleUsage_ || !BrowseFileService::isInside(file, versionURL_)) return {};
-    const auto below = file.lexically_normal().lexically_relative(versionURL_.lexically_normal());
-    const auto found = sampleUsage_->index.find(BrowseFileService::indexKey(below.generic_string()));
-    return found == sampleUsage_->index.end() ? std::vector<fs::path>{} : found->second;
+    if (!sampleUsage_) return {};
+    const auto* users = BrowseFileService::usersOf(file, versionURL_, sampleUsage_->index);
+    return users ? *users : std::vector<fs::path>{};
 }
 
 // --- Copy to the card ---

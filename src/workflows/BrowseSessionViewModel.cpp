@@ -155,9 +155,10 @@ void BrowseSessionViewModel::select(const BrowseVersionSelection& selection) {
 
 // --- The folder shown and the preview ---
 
-std::vector<FileNode> BrowseSessionViewModel::folderEntries() const {
-    if (!path_.empty()) return path_.back().children ? *path_.back().children : std::vector<FileNode>{};
-    return browser_ ? *browser_->rootNodes() : std::vector<FileNode>{};
+const std::vector<FileNode>& BrowseSessionViewModel::folderEntries() const {
+    static const std::vector<FileNode> none;
+    if (!path_.empty()) return path_.back().children ? *path_.back().children : none;
+    return browser_ ? *browser_->rootNodes() : none;
 }
 
 void BrowseSessionViewModel::setPath(std::vector<FileNode> path) {
@@ -167,7 +168,7 @@ void BrowseSessionViewModel::setPath(std::vector<FileNode> path) {
 }
 
 void BrowseSessionViewModel::activateEntry(const QString& name) {
-    const auto entries = folderEntries();
+    const auto& entries = folderEntries();
     const auto found = std::find_if(entries.begin(), entries.end(),
                                     [&](const FileNode& node) { return node.name == name.toStdString(); });
     if (found == entries.end()) return;

@@ -95,7 +95,7 @@ public:
     // --- The folder shown and the preview ---
     [[nodiscard]] const std::vector<FileNode>& path() const { return path_; }
     // The entries of the folder shown: the version's top level when the path is empty.
-    [[nodiscard]] std::vector<FileNode> folderEntries() const;
+    [[nodiscard]] const std::vector<FileNode>& folderEntries() const;
     // An entry of the folder shown, by name: a folder is opened, a file previewed.
     Q_INVOKABLE void activateEntry(const QString& name);
     // Keeps the first `depth` folders of the path (0: the version's top level).
