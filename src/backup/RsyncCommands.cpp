@@ -221,4 +221,14 @@ Arguments copyToCardArguments(const fs::path& source, const fs::path& destinatio
     return arguments.betweenFiles(source.string(), destination.string());
 }
 
+Arguments applyEditArguments(const fs::path& stagedFile, const fs::path& target, bool ignoreExisting) {
+    ArgumentList arguments{"-avh"};
+    arguments.addIf(ignoreExisting, "--ignore-existing")
+        .add("--checksum")
+        .add("--safe-links")
+        .add("--progress");
+    arguments.fatAttributes().excludes();
+    return arguments.betweenFiles(stagedFile.string(), target.string());
+}
+
 }  // namespace tapekeep::RsyncCommands

@@ -20,24 +20,16 @@
 #include "core/FileComparison.h"
 #include "core/FileDescriptor.h"
 #include "core/FileReading.h"
+#include "core/FolderCreation.h"
 #include "core/PosixError.h"
 #include "core/RetryingInterrupts.h"
+#include "core/StandardPath.h"
 #include "workflows/RestoreOperation.h"
 
 namespace tapekeep {
 namespace fs = std::filesystem;
 
 namespace {
-
-// Absolute, without ".", ".." or a trailing separator; links are not resolved. The copy takes every
-// path in this form first: rsync then reads the very file that relativePath resolved (a ".." after
-// a link would lead it elsewhere), and no trailing "/" makes a link read as the folder it points to.
-fs::path standardized(const fs::path& path) {
-    std::error_code ignored;  // only a failing getcwd: the path then stays relative and fails containment
-    fs::path normal = (path.is_absolute() ? path : fs::absolute(path, ignored)).lexically_normal();
-    if (!normal.has_filename() && normal.has_relative_path()) normal = normal.parent_path();
-    return normal;
-}
 
 std::optional<struct stat> linkStatus(const fs::path& path) {
     struct stat status {};
@@ -54,37 +46,6 @@ EntryKind sourceKind(const fs::path& source) {
     if (S_ISDIR(status->st_mode)) return EntryKind::folder;
     if (S_ISREG(status->st_mode)) return EntryKind::file;
     throw BrowseFileError::unsupportedSource(source);
-}
-
-FileDescriptor openFolder(const fs::path& folder) {
-    return FileDescriptor::checked(
-        retryingInterrupts([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }),
-        folder.string());
-}
-
-// The folder `name` inside an open one, made first when it is missing. A link there is refused, so
-// that the creation stays on the card even when a link is planted between the walk and here.
-FileDescriptor enterOrMakeFolder(const FileDescriptor& parent, const fs::path& name, const fs::path& path) {
-    if (retryingInterrupts([&] { return ::mkdirat(parent.get(), name.c_str(), 0777); }) != 0 &&
-        errno != EEXIST)
-        throw PosixError::fromErrno(errno, path.string());
-    const int child = retryingInterrupts([&] {
-        return ::openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    });
-    if (child < 0 && errno == ELOOP) throw BrowseFileError::destinationSymlink(path.string());
-    return FileDescriptor::checked(child, path.string());
-}
-
-// The folders from the card's root down to the destination's parent, each made inside the one above
-// it by descriptor. Whatever fails is raised as it is.
-void createParentFolders(const fs::path& destination, const fs::path& root) {
-    FileDescriptor folder = openFolder(root);
-    fs::path reached = root;
-    for (const auto& name : destination.parent_path().lexically_relative(root)) {
-        if (name == ".") continue;  // the parent is the root itself
-        reached /= name;
-        folder = enterOrMakeFolder(folder, name, reached);
-    }
 }
 
 // ---- read-back --------------------------------------------------------------------------------
@@ -201,6 +162,8 @@ BrowseCopyOperation::BrowseCopyOperation(Dependencies dependencies)
 fs::path BrowseCopyOperation::copy(const Request& request, const LineHandler& onLine,
                                    std::stop_token token) const {
     if (request.card.diskUtilUUID.empty()) throw BrowseFileError::missingVolumeIdentity();
+    // Standardised first: rsync then reads the very file that relativePath resolved (a ".." after a
+    // link would lead it elsewhere), and no trailing "/" makes a link read as the folder it points to.
     const fs::path source = standardized(request.source);
     // The file goes back to the place it came from, found with every link of the version resolved.
     const fs::path destination =
@@ -222,7 +185,9 @@ void BrowseCopyOperation::copyHoldingLease(const Request& request, const fs::pat
     const fs::path root = standardized(request.destinationRoot);
     confirmCard(request.card, token);
     refuseSymbolicLinks(destination, root);
-    createParentFolders(destination, root);
+    makeFoldersWithoutFollowingLinks(root, destination.parent_path(), [](const fs::path& link) {
+        throw BrowseFileError::destinationSymlink(link.string());
+    });
     dependencies_.validateVolume(request.card, token);
     refuseSymbolicLinks(destination, root);  // the creation may have met a card that changed meanwhile
     const bool isFolder = sourceKind(source) == EntryKind::folder;
