@@ -108,6 +108,13 @@ std::unique_ptr<CardLockFile> CardLockFile::acquire(const fs::path& folder, cons
     return std::unique_ptr<CardLockFile>(new CardLockFile(std::move(*lock)));
 }
 
+bool CardLockFile::isHeld(const fs::path& folder, const VolumeUUID& uuid) {
+    FileDescriptor file = openLockFile(folder, uuid);
+    const ContentGuard guard(file.get());
+    // Taken and let go under the guard: an acquire in between waits for the guard, not for this.
+    return !FileLock::tryLocking(file, (folder / fileNameFor(uuid)).string());
+}
+
 CardLockFile::~CardLockFile() {
     try {
         const ContentGuard guard(lock_.descriptor());

@@ -25,6 +25,11 @@ public:
     static std::unique_ptr<CardLockFile> acquire(const std::filesystem::path& folder, const VolumeUUID& uuid,
                                                  OperationKind kind);
 
+    // Whether any holder (another process, or another lease of this one) has the card now, without
+    // ever keeping a starting holder out: the probe waits on the same guard as acquire does. Throws
+    // PosixError as acquire does.
+    static bool isHeld(const std::filesystem::path& folder, const VolumeUUID& uuid);
+
     CardLockFile(const CardLockFile&) = delete;
     CardLockFile& operator=(const CardLockFile&) = delete;
     ~CardLockFile();

@@ -54,6 +54,15 @@ bool OperationLock::isActive(const VolumeUUID& uuid) const {
     return owners_.contains(uuid);
 }
 
+bool OperationLock::isHeldAnywhere(const VolumeUUID& uuid) const {
+    if (isActive(uuid)) return true;
+    try {
+        return CardLockFile::isHeld(lockFolder_.value_or(CardLockFile::defaultFolder()), uuid);
+    } catch (const PosixError&) {
+        return false;
+    }
+}
+
 std::optional<OperationKind> OperationLock::owner(const VolumeUUID& uuid) const {
     std::lock_guard lock(ownersMutex_);
     const auto holder = owners_.find(uuid);

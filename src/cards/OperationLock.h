@@ -55,6 +55,9 @@ public:
 
     [[nodiscard]] bool isActive(const VolumeUUID& uuid) const;
     [[nodiscard]] std::optional<OperationKind> owner(const VolumeUUID& uuid) const;
+    // isActive, or held by another process now. Where the lock folder cannot be used, this process's
+    // table alone answers, as it does for acquire.
+    [[nodiscard]] bool isHeldAnywhere(const VolumeUUID& uuid) const;
     // The raw UUIDs of the held cards, now.
     [[nodiscard]] std::set<std::string> activeVolumeUUIDs() const;
 
