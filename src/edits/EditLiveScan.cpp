@@ -122,7 +122,6 @@ std::set<std::string> keysOf(const Paths& paths) {
 }  // namespace
 
 EditLiveScan EditLiveScan::scan(const fs::path& mountRoot, const std::stop_token& token) {
-    throwIfCancelled(token);
     requireFolder(mountRoot);
     EditLiveScan scan;
     CardWalk walk(scan, token);
