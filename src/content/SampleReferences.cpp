@@ -263,16 +263,6 @@ std::vector<std::string> instrumentReferences(const fs::path& file) {
     }
 }
 
-// The stored sample paths of a song or instrument; none for an empty file or a file that is no
-// instrument. Throws invalidSong for anything else that cannot be parsed.
-std::vector<std::string> storedReferences(const fs::path& file) {
-    if (isZeroByteFile(file)) return {};
-    if (lowercasedExtension(file) == ".m8i") return instrumentReferences(file);
-    auto song = M8SongParser::parseSong(file);
-    if (!song) throw BrowseFileError::invalidSong(file);
-    return std::move(song->samplePaths);
-}
-
 void addUsage(SampleUsageIndex& index, const std::string& key, const fs::path& file) {
     auto& users = index[lowercased(key)];
     if (std::find(users.begin(), users.end(), file) == users.end()) users.push_back(file);
@@ -325,6 +315,14 @@ std::vector<SampleCandidate> sampleCandidates(const std::string& storedPath, con
     return candidatesWithin(storedPath, standardized(referencingFile), resolvedRoot(versionRoot));
 }
 
+std::vector<std::string> storedSamplePaths(const fs::path& file) {
+    if (isZeroByteFile(file)) return {};
+    if (lowercasedExtension(file) == ".m8i") return instrumentReferences(file);
+    auto song = M8SongParser::parseSong(file);
+    if (!song) throw BrowseFileError::invalidSong(file);
+    return std::move(song->samplePaths);
+}
+
 std::vector<fs::path> m8FileURLs(const fs::path& folder, std::stop_token token) {
     std::vector<fs::path> found;
     collectM8Files(folder, token, found);
@@ -338,7 +336,7 @@ SampleUsageIndex sampleUsageIndex(const fs::path& versionRoot, std::stop_token t
     for (const auto& found : m8FileURLs(versionRoot, token)) {
         throwIfCancelled(token);
         const std::string file = standardized(found);
-        for (const auto& reference : storedReferences(file)) {
+        for (const auto& reference : storedSamplePaths(file)) {
             for (const auto& candidate : candidatesWithin(reference, file, root, &nonLinks))
                 addUsage(index, candidate.key, file);
         }

@@ -39,6 +39,11 @@ std::vector<SampleCandidate> sampleCandidates(const std::string& storedPath,
                                               const std::filesystem::path& referencingFile,
                                               const std::filesystem::path& versionRoot);
 
+// The sample paths that a song or instrument (.m8i, any other name is read as a song) stores, as
+// written; none for an empty file or an .m8i that holds no instrument. Throws BrowseFileError
+// invalidSong for anything else that cannot be read.
+std::vector<std::string> storedSamplePaths(const std::filesystem::path& file);
+
 // Every song (.m8s) and instrument (.m8i) below a folder, in no particular order. Hidden names and
 // symbolic links are not walked. Throws PosixError when a folder cannot be listed, or Cancelled.
 std::vector<std::filesystem::path> m8FileURLs(const std::filesystem::path& folder,

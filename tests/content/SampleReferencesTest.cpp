@@ -19,14 +19,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace BrowseFileService;
+using test::instrumentWithSample;
 using test::songWithSamples;
 using test::writeFile;
-
-// A sampler instrument whose path field ends with the file.
-std::string instrumentBytes(const std::string& samplePath) {
-    std::string bytes("M8VERSION\0\x01\x04\0\0\x02", 15);
-    return bytes + std::string(86, '\0') + samplePath;
-}
 
 std::vector<std::string> keysOf(const std::vector<SampleCandidate>& candidates) {
     std::vector<std::string> keys;
@@ -187,7 +182,7 @@ TEST(SampleReferencesTest, IndexListsEveryPlaceAReferenceCanMean) {
     writeFile(version / "Songs/a.m8s",
               songWithSamples({"/Samples/Kick.wav", "snare.wav", "/Samples/Cafe\u0301.wav"}));
     writeFile(version / "Songs/Live/B.M8S", songWithSamples({"/samples/KICK.WAV"}));
-    writeFile(version / "Instruments/i.m8i", instrumentBytes("../Samples/kick.wav"));
+    writeFile(version / "Instruments/i.m8i", instrumentWithSample("../Samples/kick.wav"));
     writeFile(version / "Instruments/notes.m8i", "plain text, no header");
     writeFile(version / "Songs/empty.m8s", "");
     writeFile(version / "Instruments/empty.m8i", "");
@@ -226,7 +221,7 @@ TEST(SampleReferencesTest, IndexStopsWholeAtTheFirstBadFile) {
         std::string name, content, message;
     } examples[] = {
         {"cut.m8s", songWithSamples({}).substr(0, 107965), "Could not read song or instrument: cut.m8s"},
-        {"cut.m8i", instrumentBytes("").substr(0, 20), "Could not read song or instrument: cut.m8i"},
+        {"cut.m8i", instrumentWithSample("").substr(0, 20), "Could not read song or instrument: cut.m8i"},
         {"escape.m8s", songWithSamples({"a.wav", "/../../etc/passwd"}),
          "Sample path escapes the backup: /../../etc/passwd"},
     };

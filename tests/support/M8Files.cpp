@@ -44,4 +44,9 @@ std::string songWithSamples(const std::vector<std::string>& samplePaths) {
     return bytes;
 }
 
+std::string instrumentWithSample(const std::string& samplePath) {
+    std::string bytes("M8VERSION\0\x01\x04\0\0\x02", 15);
+    return bytes + std::string(86, '\0') + samplePath;
+}
+
 }  // namespace tapekeep::test

@@ -14,4 +14,7 @@ std::string songWithSamples(const std::vector<std::string>& samplePaths);
 // samplers. At most 112 paths.
 std::string deviceSongWithSamples(const std::vector<std::string>& samplePaths);
 
+// The bytes of a sampler instrument file whose sample path field ends with this path.
+std::string instrumentWithSample(const std::string& samplePath);
+
 }  // namespace tapekeep::test
