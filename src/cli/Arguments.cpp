@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "cli/CliError.h"
 
@@ -77,6 +78,22 @@ int parseCount(const std::string& text, const std::string& option, int minimum) 
         throw UsageError(option + " takes " + wanted + ", not \"" + text + "\".");
     }
     return value;
+}
+
+std::optional<double> takeSeconds(Arguments& arguments, const std::string& option) {
+    const auto text = arguments.takeValue(option);
+    if (!text) return std::nullopt;
+    double seconds = 0;
+    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), seconds);
+    if (error != std::errc() || end != text->data() + text->size() || !std::isfinite(seconds))
+        throw UsageError(option + " takes a number of seconds, not \"" + *text + "\".");
+    return seconds;
+}
+
+double requiredSeconds(const std::optional<double>& seconds, const std::string& option,
+                       const std::string& usage) {
+    if (!seconds) throw UsageError(option + " is required. Usage: " + usage);
+    return *seconds;
 }
 
 }  // namespace tapekeep::cli

@@ -32,4 +32,11 @@ private:
 // A whole decimal number not below `minimum`; throws UsageError naming the option otherwise.
 int parseCount(const std::string& text, const std::string& option, int minimum = 0);
 
+// Takes an option holding a finite number of seconds; nothing when it is absent. Throws UsageError
+// naming the option when its value is not such a number.
+std::optional<double> takeSeconds(Arguments& arguments, const std::string& option);
+// The same for an option that must be given; the usage is quoted when it is missing.
+double requiredSeconds(const std::optional<double>& seconds, const std::string& option,
+                       const std::string& usage);
+
 }  // namespace tapekeep::cli

@@ -24,10 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-EditApplyError targetOnCard() {
-    return EditApplyError::pathInvalid("target already exists on card — rename or discard");
-}
-
 // Anything at all stands at the path, a dangling link included.
 bool existsOnMount(const fs::path& path) {
     struct stat status {};
@@ -124,15 +120,16 @@ private:
         const bool hasMarker = markers_.contains(edit.id);
         const std::string normalizedTarget = EditPathValidator::normalizePath(edit.targetRelativePath);
         if (!isNewFile && snapshot_.missingSampleIDs.contains(edit.id))
-            throw EditApplyError::pathInvalid("source sample not present on card");
+            throw EditApplyError::sampleNotOnCard();
         // With a marker, a file at the target may be this edit's own finished copy: that is told below.
-        if (isNewFile && !hasMarker && snapshot_.targetExists(normalizedTarget)) throw targetOnCard();
+        if (isNewFile && !hasMarker && snapshot_.targetExists(normalizedTarget))
+            throw EditApplyError::targetOnCard();
         const fs::path target = targetURL(edit);
         walk(target);
         const fs::path staged = stagedFile(edit);
         if (isNewFile && hasMarker) {
             if (existsOnMount(target)) return finishEarlierCopy(edit, staged, target);
-            if (snapshot_.targetExists(normalizedTarget)) throw targetOnCard();
+            if (snapshot_.targetExists(normalizedTarget)) throw EditApplyError::targetOnCard();
         }
         revalidate();
         walk(target);
@@ -178,13 +175,13 @@ private:
     // recorded is recognised as this edit's by the next run. A marker this run wrote goes again when the
     // card turns out unfit right after, so that it cannot vouch for a file someone else put there.
     void announceCopy(const EditEntry& edit, const fs::path& target, bool hadMarker) {
-        if (existsOnMount(target)) throw targetOnCard();
+        if (existsOnMount(target)) throw EditApplyError::targetOnCard();
         walk(target);
         store_.writeCommitMarker(edit.id, request_.backupRootName);
         markers_.insert(edit.id);
         try {
             revalidate();
-            if (existsOnMount(target)) throw targetOnCard();
+            if (existsOnMount(target)) throw EditApplyError::targetOnCard();
             walk(target);
         } catch (...) {
             if (!hadMarker) withdrawMarker(edit);

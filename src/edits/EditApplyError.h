@@ -26,6 +26,11 @@ public:
     static EditApplyError pathInvalid(const std::string& text) {
         return {Kind::pathInvalid, "invalid path: " + text};
     }
+    // The two refusals that the live check can also foresee.
+    static EditApplyError targetOnCard() {
+        return pathInvalid("target already exists on card — rename or discard");
+    }
+    static EditApplyError sampleNotOnCard() { return pathInvalid("source sample not present on card"); }
     // rsync's last lines are not kept, so the text ends in a blank behind the colon.
     static EditApplyError rsyncFailed(int code, const std::string& tail = {}) {
         return {Kind::rsyncFailed, "rsync failed (exit " + std::to_string(code) + "): " + tail};

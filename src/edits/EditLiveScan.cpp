@@ -24,10 +24,13 @@ struct UserFile {
 };
 
 // Instruments count as users as the browser's usage index counts them: overwriting a sample that an
-// instrument file names breaks that instrument as surely as it breaks a song.
+// instrument file names breaks that instrument as surely as it breaks a song. The "._" files that a
+// Mac leaves beside each file it touches on a card are its metadata, not songs: read as songs they
+// would fail every scan of such a card.
 bool isSongOrInstrument(const std::string& key) {
-    const auto extension = fs::path(key).extension();
-    return extension == ".m8s" || extension == ".m8i";
+    const fs::path path(key);
+    const auto extension = path.extension();
+    return (extension == ".m8s" || extension == ".m8i") && !path.filename().string().starts_with("._");
 }
 
 class CardWalk {

@@ -15,7 +15,8 @@ inline constexpr const char* matches = "LIVE SCAN MATCHES MANIFEST";
 inline constexpr const char* scanErrorPrefix = "SCAN ERROR: ";
 inline constexpr const char* copyComplete = "Copy complete — retry to finish saving its status";
 inline constexpr const char* blocked = "BLOCKED — RESOLVE BEFORE APPLYING";
-inline constexpr const char* overwriteHasExtraSongs = "CARD HAS ADDITIONAL SONGS REFERENCING OVERWRITE TARGETS";
+inline constexpr const char* overwriteHasExtraSongs =
+    "CARD HAS ADDITIONAL SONGS REFERENCING OVERWRITE TARGETS";
 inline constexpr const char* renameTarget = "RENAME TARGET";
 inline constexpr const char* renameTargetOnCard = "A file with this path already exists on the card";
 inline constexpr const char* applyFailed = "FAILED — SEE ROWS FOR DETAILS";
@@ -24,9 +25,11 @@ inline constexpr const char* applyTitle = "Apply pending edits?";
 inline constexpr const char* applyReplaces =
     "Selected edits include REPLACE operations. Files on the SD card will be permanently overwritten. "
     "This cannot be undone.";
-inline constexpr const char* applyWrites = "The selected edits will be written to the SD card. This cannot be undone.";
+inline constexpr const char* applyWrites =
+    "The selected edits will be written to the SD card. This cannot be undone.";
 inline constexpr const char* discardAllTitle = "Discard all edits?";
-inline constexpr const char* discardAllText = "All pending edits will be permanently removed. This cannot be undone.";
+inline constexpr const char* discardAllText =
+    "All pending edits will be permanently removed. This cannot be undone.";
 inline constexpr const char* noResult = "no result";
 
 }  // namespace tapekeep::EditQueueTexts

@@ -112,6 +112,14 @@ TEST_F(EditLiveScanTest, OneBadSongOrReferenceFailsTheWholeScan) {
         writeFile(card_ / example.song.substr(1), example.content);
         EXPECT_EQ(failureOf(), example.message) << example.song;
     }
+
+    // A Mac's metadata file beside a song is no song, damaged as it looks.
+    fs::remove_all(card_);
+    sample("/Samples/Kick.wav");
+    song("/Songs/good.m8s", {"/Samples/Kick.wav"});
+    writeFile(card_ / "Songs/._good.m8s", "Mac OS X        metadata");
+    EXPECT_EQ(EditLiveScan::scan(card_).songReferencesBySampleKey.at("/samples/kick.wav"),
+              std::set<std::string>{"/Songs/good.m8s"});
 }
 
 TEST_F(EditLiveScanTest, ARootThatIsNoFolderOrACancelledScanGivesNoScan) {
