@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <set>
+#include <sstream>
 
 namespace tapekeep::RsyncCommands {
 namespace {
@@ -221,13 +222,23 @@ Arguments copyToCardArguments(const fs::path& source, const fs::path& destinatio
     return arguments.betweenFiles(source.string(), destination.string());
 }
 
-Arguments applyEditArguments(const fs::path& stagedFile, const fs::path& target, bool ignoreExisting) {
+Arguments applyEditArguments(const fs::path& stagedFile, const fs::path& target, bool ignoreExisting,
+                             std::optional<unsigned> newFileMode) {
     ArgumentList arguments{"-avh"};
     arguments.addIf(ignoreExisting, "--ignore-existing")
         .add("--checksum")
         .add("--safe-links")
         .add("--progress");
-    arguments.fatAttributes().excludes();
+    arguments.fatAttributes();
+    // Even told to keep no permissions, rsync sets a new file's mode from the source's when that
+    // differs from what the card reports for it, and a FAT card refuses the change, failing the copy.
+    // A mode the card already shows for its files is one it never has to set.
+    if (newFileMode) {
+        std::ostringstream mode;
+        mode << "--chmod=F" << std::oct << (*newFileMode & 07777u);
+        arguments.add(mode.str());
+    }
+    arguments.excludes();
     return arguments.betweenFiles(stagedFile.string(), target.string());
 }
 

@@ -105,9 +105,10 @@ Arguments copyToCardArguments(const std::filesystem::path& source, const std::fi
 
 // A staged edit's file onto its target on the card: -avh, --ignore-existing for a new file (if
 // something has appeared at the target since the checks, rsync leaves it alone and the read-back
-// reports it), --checksum --safe-links --progress F E, staged file, target. Never --partial,
-// --inplace or --delete: rsync writes a temporary name and renames, so the target is whole or absent.
+// reports it), --checksum --safe-links --progress F, "--chmod=F{mode}" when a mode for a new file
+// is given, E, staged file, target. Never --partial, --inplace or --delete: rsync writes a temporary
+// name and renames, so the target is whole or absent.
 Arguments applyEditArguments(const std::filesystem::path& stagedFile, const std::filesystem::path& target,
-                             bool ignoreExisting);
+                             bool ignoreExisting, std::optional<unsigned> newFileMode = std::nullopt);
 
 }  // namespace tapekeep::RsyncCommands

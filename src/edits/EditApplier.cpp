@@ -201,11 +201,22 @@ private:
 
     void copy(const EditEntry& edit, const fs::path& staged, const fs::path& target) {
         publish(edit, ApplyProgress::copying());
+        const bool isNewFile = edit.mode == EditMode::saveAsNew;
+        const auto mode = isNewFile ? modeOnCard(edit.sourceRelativePath) : std::nullopt;
         const int status = dependencies_.runRsync(
-            request_.rsyncPath,
-            RsyncCommands::applyEditArguments(staged, target, edit.mode == EditMode::saveAsNew), token_);
+            request_.rsyncPath, RsyncCommands::applyEditArguments(staged, target, isNewFile, mode), token_);
         throwIfCancelled(token_);  // a stopped rsync's status is no failure of the copy
         if (status != 0) throw EditApplyError::rsyncFailed(status);
+    }
+
+    // The mode the card shows for a file of the same kind as the new one: its source sample's.
+    std::optional<unsigned> modeOnCard(const std::string& cardPath) const {
+        struct stat status {};
+        const fs::path file = mount_ / cardPath.substr(cardPath.find_first_not_of('/'));
+        if (retryingInterrupts([&] { return ::lstat(file.c_str(), &status); }) != 0 ||
+            !S_ISREG(status.st_mode))
+            return std::nullopt;
+        return static_cast<unsigned>(status.st_mode);
     }
 
     // A marker and a file at the target: the copy of an earlier run ended but was never recorded. It
