@@ -1,7 +1,5 @@
 #include "workflows/SamplePreviewViewModel.h"
 
-#include <QUrl>
-
 #include <algorithm>
 
 #include "core/Cancelled.h"
@@ -175,6 +173,12 @@ QString SamplePreviewViewModel::trimPanelTitle() {
 
 QString SamplePreviewViewModel::defaultTrimName() const {
     return sample_.empty() ? QString() : QmlValues::text(TrimSaveName::defaultName(sample_));
+}
+
+QUrl SamplePreviewViewModel::defaultTrimURL() const {
+    if (sample_.empty()) return {};
+    return QUrl::fromLocalFile(
+        QmlValues::text((sample_.parent_path() / TrimSaveName::defaultName(sample_)).string()));
 }
 
 void SamplePreviewViewModel::saveTrimmed(const fs::path& chosen) {

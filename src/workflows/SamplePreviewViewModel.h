@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 #include <QVariant>
 #include <QVariantList>
 
@@ -50,6 +51,7 @@ class SamplePreviewViewModel : public QObject {
     Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY isPlayingChanged)
     Q_PROPERTY(QString trimPanelTitle READ trimPanelTitle CONSTANT)
     Q_PROPERTY(QString defaultTrimName READ defaultTrimName NOTIFY sampleURLChanged)
+    Q_PROPERTY(QUrl defaultTrimURL READ defaultTrimURL NOTIFY sampleURLChanged)
     Q_PROPERTY(bool isSavingTrim READ isSavingTrim NOTIFY trimSaveChanged)
     Q_PROPERTY(QString trimSaveStatus READ trimSaveStatusText NOTIFY trimSaveChanged)
     Q_PROPERTY(QString trimSaveError READ trimSaveErrorText NOTIFY trimSaveChanged)
@@ -110,6 +112,8 @@ public:
     [[nodiscard]] static QString trimPanelTitle();
     // "{stem}-trim.wav"; empty with no sample.
     [[nodiscard]] QString defaultTrimName() const;
+    // The default name beside the sample, where the save panel opens; empty with no sample.
+    [[nodiscard]] QUrl defaultTrimURL() const;
     // Renders the kept range to the chosen file (".wav" appended when it lacks it), never over the
     // sample itself; trimSaveFinished follows unless another save or sample replaced this one.
     void saveTrimmed(const std::filesystem::path& chosen);

@@ -147,6 +147,8 @@ TEST_F(SamplePreviewViewModelTest, SaveTrimmedWritesTheKeptRangeAsAWavAndNeverOv
     auto sample = preview();
     sample->setSample(kick_);
     EXPECT_EQ(sample->defaultTrimName(), "kick-trim.wav");
+    EXPECT_EQ(sample->defaultTrimURL(),
+              QUrl::fromLocalFile(QString::fromStdString((temp_ / "Samples/kick-trim.wav").string())));
     EXPECT_EQ(SamplePreviewViewModel::trimPanelTitle(), "Save Trimmed Sample");
     waitForAnalysis(*sample);
 
