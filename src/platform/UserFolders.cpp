@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
 
 namespace tapekeep::UserFolders {
 namespace {
@@ -35,6 +38,37 @@ std::filesystem::path dataHome() {
 }
 std::filesystem::path runtimeDir() {
     return fromEnvironment("XDG_RUNTIME_DIR", "/tmp");
+}
+
+std::optional<std::filesystem::path> desktopInUserDirs(std::string_view userDirs,
+                                                       const std::filesystem::path& home) {
+    constexpr std::string_view key = "XDG_DESKTOP_DIR=";
+    std::optional<std::filesystem::path> found;
+    std::istringstream lines{std::string(userDirs)};
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with(key)) continue;
+        std::string value = line.substr(key.size());
+        if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+            value = value.substr(1, value.size() - 2);
+        // The file's own rules: a path under "$HOME" or an absolute one; the last line wins.
+        if (value == "$HOME")
+            found = home;
+        else if (value.starts_with("$HOME/"))
+            found = home / value.substr(6);
+        else if (value.starts_with('/'))
+            found = value;
+    }
+    return found;
+}
+
+std::optional<std::filesystem::path> desktop() {
+    std::ifstream file(configHome() / "user-dirs.dirs");
+    std::ostringstream text;
+    text << file.rdbuf();
+    const auto folder = desktopInUserDirs(text.str(), home()).value_or(home() / "Desktop");
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) return std::nullopt;
+    return folder;
 }
 
 std::filesystem::path settingsFile() {

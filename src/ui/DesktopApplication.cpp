@@ -30,6 +30,7 @@
 #include "workflows/BackupViewModel.h"
 #include "workflows/BrowseSessionViewModel.h"
 #include "workflows/RestoreViewModel.h"
+#include "workflows/SamplePreviewViewModel.h"
 
 namespace tapekeep {
 
@@ -132,6 +133,12 @@ void DesktopApplication::createBrowse() {
             return makeScanner()->validate(uuid, token);
         });
     browse_ = std::make_unique<BrowseSessionViewModel>(std::move(dependencies));
+    samplePreview_ = std::make_unique<SamplePreviewViewModel>(SamplePreviewViewModel::Dependencies{});
+    // The sample preview follows the file on show, a song's sample included.
+    connect(browse_.get(), &BrowseSessionViewModel::previewChanged, samplePreview_.get(), [this] {
+        const auto& node = browse_->previewOverride() ? browse_->previewOverride() : browse_->selectedNode();
+        samplePreview_->showFile(node && !node->isDirectory ? std::optional(node->url) : std::nullopt);
+    });
     connect(backup_.get(), &BackupViewModel::detectedCardsChanged, browse_.get(),
             &BrowseSessionViewModel::refreshCards);
     // A finished run may have published a version.
@@ -153,6 +160,7 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Restore", restore_.get());
     engine.provide("Comparison", comparisons_.get());
     engine.provide("Browse", browse_.get());
+    engine.provide("SamplePreview", samplePreview_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the

@@ -23,6 +23,7 @@ class SettingsStore;
 class StatusBarController;
 class QmlEngineHost;
 class RestoreViewModel;
+class SamplePreviewViewModel;
 class UpdaterController;
 class VersionComparisonSheet;
 
@@ -51,6 +52,7 @@ public:
     [[nodiscard]] BackupViewModel& backup() { return *backup_; }
     [[nodiscard]] RestoreViewModel& restore() { return *restore_; }
     [[nodiscard]] BrowseSessionViewModel& browse() { return *browse_; }
+    [[nodiscard]] SamplePreviewViewModel& samplePreview() { return *samplePreview_; }
     [[nodiscard]] QObject* window() const;
     [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
 
@@ -79,6 +81,7 @@ private:
     std::unique_ptr<RestoreViewModel> restore_;
     std::unique_ptr<VersionComparisonSheet> comparisons_;  // the RESTORE screen's comparison sheet
     std::unique_ptr<BrowseSessionViewModel> browse_;
+    std::unique_ptr<SamplePreviewViewModel> samplePreview_;
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

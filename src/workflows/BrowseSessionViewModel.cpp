@@ -8,6 +8,7 @@
 #include "core/Error.h"
 #include "core/Log.h"
 #include "core/Uuid.h"
+#include "edits/EditManifestStore.h"
 #include "workflows/QmlValues.h"
 
 namespace tapekeep {
@@ -47,6 +48,11 @@ std::vector<std::string> folderNames(const std::string& relativeFolder) {
     return names;
 }
 
+// One folder whether or not its name ends in a separator.
+bool sameFolder(const fs::path& one, const fs::path& other) {
+    return (one / "").lexically_normal() == (other / "").lexically_normal();
+}
+
 }  // namespace
 
 BrowseSessionViewModel::BrowseSessionViewModel(Dependencies dependencies, QObject* parent)
@@ -61,9 +67,20 @@ BrowseSessionViewModel::BrowseSessionViewModel(Dependencies dependencies, QObjec
     debounce_.setTimerType(Qt::PreciseTimer);
     debounce_.setInterval(dependencies_.debounce);
     connect(&debounce_, &QTimer::timeout, this, &BrowseSessionViewModel::startSearch);
+    if (!dependencies_.pendingEdits)
+        dependencies_.pendingEdits = [](const fs::path& base, const std::string& root) {
+            return EditManifestStore(base).pendingEdits(root);
+        };
+    // The store posts on the thread that changed the storage.
+    editsObserver_ = NotificationCenter::defaultCenter().addObserver(
+        Notifications::editsDidChange, [this, poster = work_.poster()](const std::string& base) {
+            poster->post([this, base] { editsChanged(base); });
+        });
 }
 
-BrowseSessionViewModel::~BrowseSessionViewModel() = default;
+BrowseSessionViewModel::~BrowseSessionViewModel() {
+    NotificationCenter::defaultCenter().removeObserver(editsObserver_);
+}
 
 // --- The sets ---
 
@@ -103,6 +120,42 @@ void BrowseSessionViewModel::applySets(const std::string& generation, std::vecto
     }
     isLoadingSets_ = false;
     emit isLoadingSetsChanged();
+    refreshPendingEdits();
+}
+
+// --- Pending edits ---
+
+void BrowseSessionViewModel::editsChanged(const std::string& baseFolder) {
+    if (loadedRoot_ && sameFolder(baseFolder, *loadedRoot_)) refreshPendingEdits();
+}
+
+// A set whose storage cannot be read counts as having none; the failure goes to the log.
+void BrowseSessionViewModel::refreshPendingEdits() {
+    if (!loadedRoot_) return;
+    std::vector<std::string> roots;
+    for (const auto& set : availableSets_) roots.push_back(set.folderName);
+    const auto generation = ++pendingEditsGeneration_;
+    work_.tasks().start([this, generation, base = *loadedRoot_, roots = std::move(roots),
+                         read = dependencies_.pendingEdits, poster = work_.poster()](std::stop_token token) {
+        std::map<std::string, std::vector<EditEntry>> pending;
+        for (const auto& root : roots) {
+            if (token.stop_requested()) return;
+            try {
+                pending[root] = read(base, root);
+            } catch (const std::exception& error) {
+                log().error("Reading the pending edits of " + root + " failed: " + describe(error));
+            }
+        }
+        poster->post([this, generation, tally = PendingEditTally::of(pending)]() mutable {
+            publishPendingEdits(generation, std::move(tally));
+        });
+    });
+}
+
+void BrowseSessionViewModel::publishPendingEdits(std::uint64_t generation, PendingEditTally tally) {
+    if (generation != pendingEditsGeneration_ || tally == pendingEdits_) return;
+    pendingEdits_ = std::move(tally);
+    emit pendingEditsChanged();
 }
 
 void BrowseSessionViewModel::toggleSet(const QString& folderName) {
@@ -427,6 +480,24 @@ QVariantList BrowseSessionViewModel::searchHitsVariant() const {
                            {"path", QmlValues::text(hit.relativePath())},
                            {"isDirectory", hit.node.isDirectory}};
     });
+}
+
+QVariantMap BrowseSessionViewModel::pendingEditCountsVariant() const {
+    return QmlValues::mapOf(pendingEdits_.perSet, [](int count) { return QVariant(count); });
+}
+
+QVariantMap BrowseSessionViewModel::pendingEditPerVersionVariant() const {
+    return QmlValues::mapOf(pendingEdits_.perVersion, [](const std::map<std::string, int>& versions) {
+        return QVariant(QmlValues::mapOf(versions, [](int count) { return QVariant(count); }));
+    });
+}
+
+QVariantMap BrowseSessionViewModel::pendingFilesPerVersionVariant() const {
+    return QmlValues::mapOf(
+        pendingEdits_.filesPerVersion, [](const std::map<std::string, std::vector<std::string>>& versions) {
+            return QVariant(QmlValues::mapOf(
+                versions, [](const auto& files) { return QVariant(QmlValues::textList(files)); }));
+        });
 }
 
 }  // namespace tapekeep

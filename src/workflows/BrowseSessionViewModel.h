@@ -6,8 +6,10 @@
 #include <QTimer>
 #include <QVariant>
 #include <QVariantList>
+#include <QVariantMap>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -20,10 +22,13 @@
 
 #include "content/BrowseSearch.h"
 #include "core/BackupSet.h"
+#include "core/NotificationCenter.h"
 #include "core/SDCard.h"
+#include "edits/EditEntry.h"
 #include "workflows/BackgroundWork.h"
 #include "workflows/BackupBrowserViewModel.h"
 #include "workflows/BrowseVersionSelection.h"
+#include "workflows/PendingEditTally.h"
 
 namespace tapekeep {
 
@@ -35,6 +40,9 @@ namespace tapekeep {
 // and waits 0.2 seconds before starting the next, so typing runs one search; the walk runs on a
 // background task over the tree the browser loaded, and its result is shown only if that task was
 // not cancelled and the query, the filter and the browser are still the ones it started with.
+// The pending edits of every set are counted again after each load of the sets and whenever the
+// edit storage of the base folder changes; the count runs on a background task and the newest one
+// wins.
 class BrowseSessionViewModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantList availableSets READ availableSetsVariant NOTIFY availableSetsChanged)
@@ -54,11 +62,18 @@ class BrowseSessionViewModel : public QObject {
     Q_PROPERTY(QVariantList searchHits READ searchHitsVariant NOTIFY searchHitsChanged)
     Q_PROPERTY(bool searchTruncated READ searchTruncated NOTIFY searchTruncatedChanged)
     Q_PROPERTY(bool isSearchActive READ isSearchActive NOTIFY searchActiveChanged)
+    Q_PROPERTY(QVariantMap pendingEditCounts READ pendingEditCountsVariant NOTIFY pendingEditsChanged)
+    Q_PROPERTY(QVariantMap pendingEditPerVersion READ pendingEditPerVersionVariant NOTIFY pendingEditsChanged)
+    Q_PROPERTY(
+        QVariantMap pendingFilesPerVersion READ pendingFilesPerVersionVariant NOTIFY pendingEditsChanged)
 
 public:
     using Search =
         std::function<BrowseSearchResult(const std::vector<FileNode>&, std::string_view, BrowseSearchFilter,
                                          const UnusedSampleLookup*, std::stop_token)>;
+    // The pending edits of one set (by its folder name) in the edit storage of a base folder.
+    using PendingEditsReader =
+        std::function<std::vector<EditEntry>(const std::filesystem::path& base, const std::string& root)>;
     using BrowserFactory =
         std::function<std::unique_ptr<BackupBrowserViewModel>(const BrowseVersionSelection& selection)>;
 
@@ -72,6 +87,7 @@ public:
         BackupBrowserViewModel::Dependencies browserDependencies;
         // The cards mounted now, for the copy back to the card a set was made from.
         std::function<std::vector<SDCard>()> detectedCards;
+        PendingEditsReader pendingEdits;  // default: EditManifestStore's
     };
 
     explicit BrowseSessionViewModel(Dependencies dependencies, QObject* parent = nullptr);
@@ -83,6 +99,11 @@ public:
     [[nodiscard]] bool isLoadingSets() const { return isLoadingSets_; }
     [[nodiscard]] const std::optional<std::string>& loadError() const { return loadError_; }
     Q_INVOKABLE void toggleSet(const QString& folderName);
+
+    // --- Pending edits of the sets listed ---
+    // Counts them again; the sets' load and a change of the edit storage do so by themselves.
+    Q_INVOKABLE void refreshPendingEdits();
+    [[nodiscard]] const PendingEditTally& pendingEdits() const { return pendingEdits_; }
 
     // --- The open version ---
     // A selection equal to the current one changes nothing.
@@ -145,6 +166,10 @@ public:
     void setSearchFilterText(const QString& raw);
     // A list of {"name", "relativeFolder", "path", "isDirectory"} maps.
     [[nodiscard]] QVariantList searchHitsVariant() const;
+    // Set folder name -> count; set -> version folder name -> count; set -> version -> card paths.
+    [[nodiscard]] QVariantMap pendingEditCountsVariant() const;
+    [[nodiscard]] QVariantMap pendingEditPerVersionVariant() const;
+    [[nodiscard]] QVariantMap pendingFilesPerVersionVariant() const;
 
 signals:
     void availableSetsChanged();
@@ -161,6 +186,7 @@ signals:
     void searchHitsChanged();
     void searchTruncatedChanged();
     void searchActiveChanged();
+    void pendingEditsChanged();
     // Not a property: the moment a search's result was put on show.
     void searchResultsPublished();
 
@@ -183,6 +209,8 @@ private:
     void setResults(std::vector<BrowseSearchHit> hits, bool truncated);
     void queryOrFilterChanged(bool wasActive);
     std::optional<FileNode> nodeAt(const std::filesystem::path& url) const;
+    void editsChanged(const std::string& baseFolder);
+    void publishPendingEdits(std::uint64_t generation, PendingEditTally tally);
 
     Dependencies dependencies_;
 
@@ -193,6 +221,9 @@ private:
     std::string loadGeneration_;
     std::optional<std::filesystem::path> loadedRoot_;
     std::vector<SDCard> detectedCards_;
+    PendingEditTally pendingEdits_;
+    std::uint64_t pendingEditsGeneration_ = 0;
+    NotificationCenter::Token editsObserver_ = 0;
 
     std::optional<BrowseVersionSelection> selection_;
     std::unique_ptr<BackupBrowserViewModel> browser_;

@@ -227,7 +227,7 @@ TEST_F(DesktopWindowTest, ShowsTheRestoreWizardFromTheVersionsToTheResult) {
 }
 
 // The BROWSE screen, open before there is any backup, lists the version a backup publishes, and
-// shows a song of it with its instruments, which it copies back to the card.
+// shows a song of it with its instruments, which it copies back to the card, and a sample it names.
 TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongOfIt) {
     DesktopSession session;
     const SDCard card = session.demoCard();
@@ -255,6 +255,15 @@ TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongO
     // The song goes back to the card it came from, checked by the card's UUID on the way.
     browse.copyToCard();
     EXPECT_TRUE(session.waitFor([&] { return session.shows("Copied NIGHTDRIVE.m8s successfully!"); }));
+
+    // A sample the song names shows what the file is, read from the backup.
+    browse.previewSample("/Samples/Synth/pad c3.wav");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("44.1 kHz"); }));
+    EXPECT_TRUE(session.shows("Mono"));
+    EXPECT_TRUE(session.shows("16-bit"));
+    EXPECT_TRUE(session.shows("SAVE TRIMMED\u2026"));
+    session.settle();
+    session.screenshot("browse-sample");
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames

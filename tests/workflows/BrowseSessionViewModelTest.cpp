@@ -14,6 +14,8 @@
 #include "M8Files.h"
 #include "TempDir.h"
 #include "content/FileTreeLoader.h"
+#include "core/Uuid.h"
+#include "edits/EditManifestStore.h"
 
 namespace tapekeep {
 namespace {
@@ -332,6 +334,59 @@ TEST_F(BrowseSessionOnDiskTest, ACopyIsOfferedOnlyWhileTheCardTheSetCameFromIsMo
     session_->refreshCards();
     ASSERT_TRUE(session_->canCopyToCard());
     EXPECT_EQ(session_->cardOfSelection()->mountPath, temp_ / "card");
+}
+
+// A pending trim of a sample of the given version, as staging makes one.
+EditEntry pendingTrim(const std::string& version, const std::string& source) {
+    EditEntry edit;
+    edit.id = makeUuid();
+    edit.createdAt = TimePoint(std::chrono::seconds(1'738'324'800));
+    edit.sourceVersionFolder = version;
+    edit.sourceRelativePath = source;
+    edit.targetRelativePath = source.substr(0, source.size() - 4) + "_trim.wav";
+    edit.stagedFileName = edit.id + ".wav";
+    edit.parameters.sampleTrim = {0.25, 1.5, 2.0};
+    return edit;
+}
+
+TEST_F(BrowseSessionOnDiskTest, PendingEditsAreCountedPerSetAndVersionAsTheStoreChanges) {
+    int changes = 0;
+    QObject::connect(session_.get(), &BrowseSessionViewModel::pendingEditsChanged, [&] { ++changes; });
+    EXPECT_TRUE(session_->pendingEditCountsVariant().isEmpty());
+
+    const std::string set = "M8_1234ABCD";
+    const std::string newer = "backup-2026-02-01-100000";
+    const std::string older = "backup-2026-01-01-100000";
+    EditManifestStore store(base_);
+    const auto stage = [&](const EditEntry& edit) {
+        const auto rendered = temp_ / ("rendered-" + edit.id + ".wav");
+        test::writeFile(rendered, "RIFF trimmed");
+        store.addEdit(edit, rendered, set);
+    };
+    const auto padTrim = pendingTrim(newer, "/Samples/Loops/pad.wav");
+    stage(padTrim);
+    stage(pendingTrim(newer, "/Samples/Loops/pad.wav"));
+    stage(pendingTrim(older, "/Samples/kick.wav"));
+    // Each change is counted afresh; the last count holds all three edits.
+    ASSERT_TRUE(test::waitFor([&] {
+        return session_->pendingEdits().perSet.count(set) && session_->pendingEdits().perSet.at(set) == 3;
+    }));
+
+    EXPECT_EQ(session_->pendingEditCountsVariant(), (QVariantMap{{"M8_1234ABCD", 3}}));
+    EXPECT_EQ(session_->pendingEditPerVersionVariant(),
+              (QVariantMap{{"M8_1234ABCD",
+                            QVariantMap{{"backup-2026-02-01-100000", 2}, {"backup-2026-01-01-100000", 1}}}}));
+    EXPECT_EQ(session_->pendingFilesPerVersionVariant(),
+              (QVariantMap{{"M8_1234ABCD",
+                            QVariantMap{{"backup-2026-02-01-100000", QStringList{"/Samples/Loops/pad.wav"}},
+                                        {"backup-2026-01-01-100000", QStringList{"/Samples/kick.wav"}}}}}));
+
+    const int before = changes;
+    store.discardEdit(padTrim.id, set);
+    ASSERT_TRUE(test::waitFor([&] { return changes > before; }));
+    EXPECT_EQ(session_->pendingEditPerVersionVariant(),
+              (QVariantMap{{"M8_1234ABCD",
+                            QVariantMap{{"backup-2026-02-01-100000", 1}, {"backup-2026-01-01-100000", 1}}}}));
 }
 
 }  // namespace

@@ -17,6 +17,11 @@ Rectangle {
         ? node.name.slice(node.name.lastIndexOf(".") + 1).toLowerCase() : ""
     readonly property bool isSong: extension === "m8s"
     readonly property bool isInstrument: extension === "m8i"
+    // The sample preview decides what is audio; it shows the file on show or nothing.
+    readonly property bool isSample: hasNode && SamplePreview.sampleURL !== "" && SamplePreview.sampleURL === node.path
+
+    // The stage sheet opens on this.
+    signal stageTrimRequested()
 
     // The usage of a file: "…" while the index is built, its failure, or who uses it.
     function usageText() {
@@ -65,7 +70,7 @@ Rectangle {
                 spacing: 8
                 M8Label {
                     Layout.fillWidth: true
-                    label: pane.isSong ? "Song" : pane.isInstrument ? "Instrument" : "File"
+                    label: pane.isSong ? "Song" : pane.isInstrument ? "Instrument" : pane.isSample ? "Sample" : "File"
                 }
                 M8GhostButton {
                     objectName: "backToSongButton"
@@ -95,9 +100,19 @@ Rectangle {
                 instrumentOnly: pane.isInstrument
             }
 
+            BrowseSamplePreview {
+                objectName: "samplePreview"
+                Layout.fillWidth: true
+                visible: pane.isSample
+                usageText: pane.usageText()
+                usageFailed: pane.browser !== null && !!pane.browser.sampleIndexError
+                users: pane.browser ? pane.browser.selectedUsers : []
+                onStageTrimRequested: pane.stageTrimRequested()
+            }
+
             GridLayout {
                 objectName: "filePreview"
-                visible: pane.hasNode && !pane.isSong && !pane.isInstrument
+                visible: pane.hasNode && !pane.isSong && !pane.isInstrument && !pane.isSample
                 columns: 2
                 columnSpacing: 14
                 rowSpacing: 4

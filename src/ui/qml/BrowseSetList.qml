@@ -54,6 +54,8 @@ Rectangle {
                 id: set
                 required property var modelData
                 readonly property bool open: Browse.openSetIDs.indexOf(modelData.folderName) >= 0
+                readonly property int pending: Browse.pendingEditCounts[modelData.folderName] || 0
+                readonly property var pendingPerVersion: Browse.pendingEditPerVersion[modelData.folderName] || ({})
                 width: sets.width
 
                 BrowseRow {
@@ -75,7 +77,7 @@ Rectangle {
                     Text {
                         anchors.left: chevron.right
                         anchors.leftMargin: 6
-                        anchors.right: count.left
+                        anchors.right: setPending.visible ? setPending.left : count.left
                         anchors.rightMargin: 6
                         anchors.verticalCenter: parent.verticalCenter
                         text: set.modelData.folderName
@@ -84,6 +86,16 @@ Rectangle {
                         font.pointSize: M8Type.size(11)
                         font.weight: Font.DemiBold
                         elide: Text.ElideRight
+                    }
+                    M8Badge {
+                        id: setPending
+                        objectName: "setPendingCount"
+                        anchors.right: count.left
+                        anchors.rightMargin: 6
+                        anchors.verticalCenter: parent.verticalCenter
+                        visible: set.pending > 0
+                        text: set.pending + " PENDING"
+                        tone: "warn"
                     }
                     Text {
                         id: count
@@ -102,6 +114,7 @@ Rectangle {
                     delegate: BrowseRow {
                         id: version
                         required property var modelData
+                        readonly property int pending: set.pendingPerVersion[modelData.folderName] || 0
                         objectName: "version_" + modelData.folderName
                         x: 22
                         width: set.width - 28
@@ -112,7 +125,8 @@ Rectangle {
                         Text {
                             anchors.left: parent.left
                             anchors.leftMargin: 8
-                            anchors.right: latest.visible ? latest.left : parent.right
+                            anchors.right: versionPending.visible ? versionPending.left
+                                : latest.visible ? latest.left : parent.right
                             anchors.rightMargin: 6
                             anchors.verticalCenter: parent.verticalCenter
                             text: pane.versionLabel(version.modelData.folderName)
@@ -120,6 +134,16 @@ Rectangle {
                             font.family: Theme.monoFamily
                             font.pointSize: M8Type.size(10)
                             elide: Text.ElideRight
+                        }
+                        M8Badge {
+                            id: versionPending
+                            objectName: "versionPendingCount"
+                            anchors.right: latest.visible ? latest.left : parent.right
+                            anchors.rightMargin: 6
+                            anchors.verticalCenter: parent.verticalCenter
+                            visible: version.pending > 0
+                            text: version.pending + " PENDING"
+                            tone: "warn"
                         }
                         M8Badge {
                             id: latest
