@@ -100,14 +100,17 @@ void EditQueueViewModel::load() {
 }
 
 void EditQueueViewModel::show(Loaded loaded) {
-    const bool first = edits_.empty() && !liveCheck_;
     edits_ = std::move(loaded.edits);
     liveCheck_ = std::move(loaded.liveCheck);
     scanError_ = std::move(loaded.scanError);
-    std::set<std::string> kept;
-    for (const auto& edit : edits_)
-        if (first || selection_.contains(edit.id)) kept.insert(edit.id);
-    selection_ = std::move(kept);
+    // An edit comes up selected the first time it is shown; after that the user's choice stands.
+    std::set<std::string> selected, shown;
+    for (const auto& edit : edits_) {
+        if (selection_.contains(edit.id) || !shownIDs_.contains(edit.id)) selected.insert(edit.id);
+        shown.insert(edit.id);
+    }
+    selection_ = std::move(selected);
+    shownIDs_ = std::move(shown);
     setLoadError(std::move(loaded.error));
     setCanApply(dependencies_.card && !loaded.cardHeld);
     emit rowsChanged();

@@ -152,6 +152,7 @@ private:
     bool canApply_ = false;
     std::map<std::string, ApplyProgress> perEditProgress_;
     std::set<std::string> selection_;
+    std::set<std::string> shownIDs_;  // the edits of the last load
     std::optional<ApplyResult> lastApplyResult_;
     std::optional<OperationLock::ObserverToken> lockObserver_;
     std::optional<BackgroundTasks::Id> applyTask_;
