@@ -78,13 +78,21 @@ EditQueueViewModel::Loaded EditQueueViewModel::read(const std::stop_token& token
 }
 
 void EditQueueViewModel::load() {
+    loadAfter({});
+}
+
+// Runs the change (if any) and then a load on a task; the change's failure stays in loadError over
+// the load's own outcome, since it is what the user just asked for.
+void EditQueueViewModel::loadAfter(std::function<void()> change) {
     const auto generation = ++loadGeneration_;
     ++loadsRunning_;
     emit isLoadingChanged();
     work_.tasks().start(
-        [this, generation, poster = work_.poster()](std::stop_token token) {
+        [this, change = std::move(change), generation, poster = work_.poster()](std::stop_token token) {
             try {
+                const auto failure = change ? failureOf(change) : std::nullopt;
                 auto loaded = read(token);
+                if (failure) loaded.error = failure;
                 poster->post([this, generation, loaded = std::move(loaded)]() mutable {
                     if (generation == loadGeneration_) show(std::move(loaded));
                 });
@@ -230,7 +238,7 @@ void EditQueueViewModel::finishApply(Loaded loaded, std::optional<ApplyResult> r
 // ---- discarding and renaming ------------------------------------------------------------------
 
 void EditQueueViewModel::discard(const std::vector<std::string>& ids) {
-    change([store = dependencies_.store, root = dependencies_.backupRootName, ids] {
+    loadAfter([store = dependencies_.store, root = dependencies_.backupRootName, ids] {
         for (const auto& id : ids) store->discardEdit(id, root);
     });
 }
@@ -249,35 +257,8 @@ void EditQueueViewModel::rename(const QString& id, const QString& newTarget) {
     const std::string target = newTarget.toStdString();
     if (liveCheck_ && liveCheck_->holdsPath(target))
         return setLoadError(std::string(EditQueueTexts::renameTargetOnCard));
-    change([store = dependencies_.store, root = dependencies_.backupRootName, id = id.toStdString(), target] {
-        store->renameEditTarget(id, target, root);
-    });
-}
-
-// Runs a change of the store on a task, then loads again; the change's failure stays in loadError
-// over the load's own outcome, since it is what the user just asked for.
-void EditQueueViewModel::change(const std::function<void()>& work) {
-    const auto generation = ++loadGeneration_;
-    ++loadsRunning_;
-    emit isLoadingChanged();
-    work_.tasks().start(
-        [this, work, generation, poster = work_.poster()](std::stop_token token) {
-            try {
-                const auto failure = failureOf(work);
-                auto loaded = read(token);
-                if (failure) loaded.error = failure;
-                poster->post([this, generation, loaded = std::move(loaded)]() mutable {
-                    if (generation == loadGeneration_) show(std::move(loaded));
-                });
-            } catch (const Cancelled&) {
-                // The sheet went away: nothing to show.
-            }
-        },
-        [this](BackgroundTasks::Id) {
-            --loadsRunning_;
-            emit isLoadingChanged();
-            emit loadFinished();
-        });
+    loadAfter([store = dependencies_.store, root = dependencies_.backupRootName, id = id.toStdString(),
+               target] { store->renameEditTarget(id, target, root); });
 }
 
 // ---- selection and lock -----------------------------------------------------------------------

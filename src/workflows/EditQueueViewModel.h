@@ -136,7 +136,7 @@ private:
     ApplyResult applyEdits(const std::vector<EditEntry>& run, LiveCheckSnapshot snapshot,
                            const std::stop_token& token);
     void finishApply(Loaded loaded, std::optional<ApplyResult> result);
-    void change(const std::function<void()>& work);
+    void loadAfter(std::function<void()> change);
     void setLoadError(std::optional<std::string> error);
     void setCanApply(bool canApply);
     void followLock();

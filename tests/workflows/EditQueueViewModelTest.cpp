@@ -4,14 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "EditRecords.h"
 #include "EventLoop.h"
 #include "M8Files.h"
 #include "TempDir.h"
-#include "backup/RsyncProcess.h"
 #include "cards/OperationLock.h"
-#include "core/Uuid.h"
 #include "edits/EditManifestStore.h"
-#include "edits/EditPathValidator.h"
 #include "edits/EditQueueTexts.h"
 #include "workflows/EditQueueViewModel.h"
 
@@ -37,16 +35,9 @@ protected:
 
     EditEntry stage(EditMode mode, const std::string& source, const std::string& target,
                     const std::string& content = "trimmed") {
-        EditEntry edit;
-        edit.id = makeUuid();
-        edit.mode = mode;
-        edit.createdAt = TimePoint(std::chrono::seconds(1'767'261'600));
-        edit.sourceVersionFolder = "backup-2026-01-01-100000";
+        EditEntry edit = mode == EditMode::overwrite ? overwriteEdit() : newFileEdit(target);
         edit.sourceRelativePath = source;
         edit.targetRelativePath = target;
-        edit.stagedFileName = edit.id + ".wav";
-        edit.parameters.sampleTrim = {0.5, 1.0, 2.0};
-        if (mode == EditMode::overwrite) edit.affectedSongs = {"/Songs/BEAT.m8s"};
         const auto rendered = temp_ / "render" / (edit.id + ".wav");
         writeFile(rendered, content);
         store_->addEdit(edit, rendered, root);
@@ -60,18 +51,11 @@ protected:
         dependencies.card = SDCard{card_, "M8", uuid};
         dependencies.rsyncPath = rsyncPath;
         dependencies.lock = &lock_;
-        dependencies.applier = {
-            .revalidateCard = [](const SDCard&, std::stop_token) {},
-            .runRsync = [](const std::string& path, const std::vector<std::string>& arguments,
-                           std::stop_token token) { return runRsync(path, arguments, {}, std::move(token)); },
-            .verifyCopy =
-                [](const fs::path& staged, const fs::path& target, std::stop_token token) {
-                    EditPathValidator::contentsEqual(staged, target, token);
-                },
-            .acquire =
-                [this](const VolumeUUID& volume) { return lock_.acquire(volume, OperationKind::browse); },
-            .release = [this](const Lease& lease) { lock_.release(lease); },
+        dependencies.applier = EditApplier::standardDependencies([](const SDCard&, std::stop_token) {});
+        dependencies.applier.acquire = [this](const VolumeUUID& volume) {
+            return lock_.acquire(volume, OperationKind::browse);
         };
+        dependencies.applier.release = [this](const Lease& lease) { lock_.release(lease); };
         auto queue = std::make_unique<EditQueueViewModel>(std::move(dependencies));
         QObject::connect(queue.get(), &EditQueueViewModel::loadFinished, [this] { ++loads_; });
         QObject::connect(queue.get(), &EditQueueViewModel::applyFinished, [this] { ++applies_; });
