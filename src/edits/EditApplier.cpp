@@ -309,6 +309,8 @@ void EditApplier::applyEdits(const Request& request, const ProgressHandler& onPr
         lease = dependencies_.acquire(VolumeUUID{request.volumeUUID});
     } catch (const OperationLockError&) {
         return run.failAll(EditApplyError::operationLocked().description());
+    } catch (const std::exception& error) {
+        return run.failAll(describe(error));  // no lease, so nothing was touched
     }
     try {
         run.run(*card);

@@ -171,6 +171,10 @@ void EditQueueViewModel::runApply(std::vector<std::string> chosen, const std::st
         }
     } catch (const Cancelled&) {
         loaded = read({});
+    } catch (const std::exception& error) {
+        // Not expected: the applier records every failure on its edit. Said rather than lost.
+        loaded = read({});
+        loaded.error = describe(error);
     }
     work_.poster()->post([this, loaded = std::move(loaded), result = std::move(result)]() mutable {
         finishApply(std::move(loaded), std::move(result));

@@ -298,6 +298,12 @@ TEST_F(EditApplierTest, AHeldCardOrAFailedLiveCheckFailsEveryEdit) {
     EXPECT_EQ(failure(first), "a backup or restore is already running on this card");
     EXPECT_EQ(reloaded(second).applyError, "a backup or restore is already running on this card");
 
+    // A lease that cannot be had for another reason fails the run the same way, in its own words.
+    auto broken = dependencies();
+    broken.acquire = [](const VolumeUUID&) -> Lease { throw Error("Could not lock a card lock file"); };
+    EditApplier(store_, broken).applyEdits(request({first}), {}, {});
+    EXPECT_EQ(reloaded(first).applyError, "Could not lock a card lock file");
+
     auto run = request({first, second});
     bool heldDuringScan = false;
     run.refresh = [&](std::stop_token) -> LiveCheckSnapshot {
