@@ -79,8 +79,7 @@ EditQueueViewModel::Loaded EditQueueViewModel::read(const std::stop_token& token
 
 void EditQueueViewModel::load() {
     const auto generation = ++loadGeneration_;
-    ++loadsRunning_;
-    emit isLoadingChanged();
+    beginLoad();
     work_.tasks().start(
         [this, generation, poster = work_.poster()](std::stop_token token) {
             try {
@@ -92,11 +91,21 @@ void EditQueueViewModel::load() {
                 // The sheet went away: nothing to show.
             }
         },
-        [this](BackgroundTasks::Id) {
-            --loadsRunning_;
-            emit isLoadingChanged();
-            emit loadFinished();
-        });
+        [this](BackgroundTasks::Id) { endLoad(); });
+}
+
+// The notices leave out what a load under way may change, so they follow isLoading too.
+void EditQueueViewModel::beginLoad() {
+    ++loadsRunning_;
+    emit isLoadingChanged();
+    emit noticesChanged();
+}
+
+void EditQueueViewModel::endLoad() {
+    --loadsRunning_;
+    emit isLoadingChanged();
+    emit noticesChanged();
+    emit loadFinished();
 }
 
 void EditQueueViewModel::show(Loaded loaded) {
@@ -255,8 +264,7 @@ void EditQueueViewModel::rename(const QString& id, const QString& newTarget) {
 // over the load's own outcome, since it is what the user just asked for.
 void EditQueueViewModel::change(const std::function<void()>& work) {
     const auto generation = ++loadGeneration_;
-    ++loadsRunning_;
-    emit isLoadingChanged();
+    beginLoad();
     work_.tasks().start(
         [this, work, generation, poster = work_.poster()](std::stop_token token) {
             try {
@@ -270,11 +278,7 @@ void EditQueueViewModel::change(const std::function<void()>& work) {
                 // The sheet went away: nothing to show.
             }
         },
-        [this](BackgroundTasks::Id) {
-            --loadsRunning_;
-            emit isLoadingChanged();
-            emit loadFinished();
-        });
+        [this](BackgroundTasks::Id) { endLoad(); });
 }
 
 // ---- selection and lock -----------------------------------------------------------------------
