@@ -31,4 +31,16 @@ Rectangle {
             Layout.preferredWidth: 340
         }
     }
+
+    // The pending edits of the open version's set, and the edit sheets over the whole screen.
+    M8GhostButton {
+        objectName: "pendingEditsButton"
+        anchors { left: parent.left; bottom: parent.bottom; margins: 10 }
+        title: "PENDING EDITS"
+        size: "small"
+        visible: Browse.selectedVersionID !== ""
+        action: function() { EditSheets.openPendingEdits(EditSheets.setFolderOf(Browse.selectedVersionID)) }
+    }
+    PendingEditsSheet { anchors.fill: parent }
+    StageSheet { anchors.fill: parent }  // over the pending edits, whose rows it adds to
 }
