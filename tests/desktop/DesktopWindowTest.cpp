@@ -306,8 +306,28 @@ TEST_F(DesktopWindowTest, BrowseStagesATrimAndListsItAsAPendingEdit) {
     ASSERT_TRUE(session.waitFor([&] { return session.shows("LIVE SCAN MATCHES MANIFEST"); }));
     EXPECT_TRUE(session.shows("/Samples/Synth/pad c3.wav  →  /Samples/Synth/pad c3_trim.wav"));
     EXPECT_FALSE(session.shows("NO PENDING EDITS"));
+
+    // APPLY asks first, with the queue's words for what the selected edits do to the card.
+    EditQueueViewModel* queue = sheets.pendingEdits();
+    queue->selectAll(true);
+    ASSERT_TRUE(session.waitFor([&] { return session.item("applyEditsButton")->isEnabled(); }));
     session.settle();
     session.screenshot("browse-pending-edits");
+    QMetaObject::invokeMethod(session.item("applyEditsButton"), "clicked");
+    auto* confirmation = session.item("pendingEditsSheet")->findChild<QObject*>("applyAlert");
+    ASSERT_NE(confirmation, nullptr);
+    ASSERT_TRUE(session.waitFor([&] { return confirmation->property("visible").toBool(); }));
+    EXPECT_EQ(confirmation->property("title").toString(), "Apply pending edits?");
+    EXPECT_EQ(confirmation->property("text").toString(),
+              "The selected edits will be written to the SD card. This cannot be undone.");
+    bool applied = false;
+    QObject::connect(queue, &EditQueueViewModel::applyFinished, [&applied] { applied = true; });
+    QMetaObject::invokeMethod(confirmation, "press", Q_ARG(QVariant, "Apply"));
+    ASSERT_TRUE(session.waitFor([&] { return applied; }));
+    EXPECT_TRUE(fs::exists(card.mountPath / "Samples/Synth/pad c3_trim.wav"))
+        << queue->loadError().value_or("");
+    session.settle();
+    EXPECT_TRUE(session.shows("NO PENDING EDITS"));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames
