@@ -6,6 +6,7 @@
 #include "edits/EditApplier.h"
 #include "edits/EditManifestStoreBox.h"
 #include "edits/EditQueueTexts.h"
+#include "ui/ReplacedChild.h"
 #include "workflows/EditQueueViewModel.h"
 #include "workflows/StageSheetViewModel.h"
 
@@ -93,22 +94,15 @@ QVariantMap EditSheets::texts() {
     };
 }
 
-// The bindings move to the new controller before the old one goes.
 void EditSheets::replaceStageSheet(StageSheetViewModel* next) {
-    StageSheetViewModel* previous = stageSheet_;
-    if (previous == next) return;
-    stageSheet_ = next;
-    emit stageSheetChanged();
-    if (previous != nullptr) previous->deleteLater();
+    replaceChild(stageSheet_, next, [this] { emit stageSheetChanged(); });
 }
 
 void EditSheets::replacePendingEdits(EditQueueViewModel* next, const QString& setFolder) {
-    EditQueueViewModel* previous = pendingEdits_;
-    if (previous == next) return;
-    pendingEdits_ = next;
-    pendingEditsSet_ = setFolder;
-    emit pendingEditsChanged();
-    if (previous != nullptr) previous->deleteLater();
+    replaceChild(pendingEdits_, next, [this, &setFolder] {
+        pendingEditsSet_ = setFolder;
+        emit pendingEditsChanged();
+    });
 }
 
 }  // namespace tapekeep
