@@ -7,7 +7,7 @@ import Tapekeep.Controllers
 // The pending edits sheet of a set over the BROWSE screen: the edits with their live-check states
 // and a box each, the queue's notices, per-row progress while an apply runs, and "APPLY",
 // "DISCARD", "Discard All", "RENAME TARGET" and "RETRY", the card-writing and destroying ones
-// behind their confirmations. Esc closes (or stops an apply under way).
+// behind their confirmations. Return asks to apply; Esc closes (or stops an apply under way).
 FocusScope {
     id: sheet
     objectName: "pendingEditsSheet"
@@ -32,7 +32,12 @@ FocusScope {
         applyAlert.open()
     }
 
+    readonly property bool canApply: !busy && visible && queue.canApply && queue.selectedCount > 0
+    function requestApply() { if (canApply) applyAlert.open() }
+
     Keys.onEscapePressed: dismiss()
+    Keys.onReturnPressed: requestApply()
+    Keys.onEnterPressed: requestApply()
 
     Rectangle {
         anchors.fill: parent
@@ -263,8 +268,8 @@ FocusScope {
                 M8PrimaryButton {
                     objectName: "applyEditsButton"
                     title: "APPLY"
-                    enabled: !sheet.busy && sheet.visible && sheet.queue.canApply && sheet.queue.selectedCount > 0
-                    action: function() { applyAlert.open() }
+                    enabled: sheet.canApply
+                    action: function() { sheet.requestApply() }
                 }
             }
         }
