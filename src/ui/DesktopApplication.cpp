@@ -15,12 +15,14 @@
 #include "backup/RsyncLogStore.h"
 #include "cards/DemoCard.h"
 #include "core/SettingsStore.h"
+#include "edits/EditManifestStoreBox.h"
 #include "platform/UserFolders.h"
 #include "ui/AppLifecycle.h"
 #include "ui/CanberraSoundPlayer.h"
 #include "ui/CardListModel.h"
 #include "ui/DesktopFeedback.h"
 #include "ui/DesktopNotifier.h"
+#include "ui/EditSheets.h"
 #include "ui/M8Theme.h"
 #include "ui/MainWindowFrameKeeper.h"
 #include "ui/QmlEngineHost.h"
@@ -29,6 +31,7 @@
 #include "ui/VersionComparisonSheet.h"
 #include "workflows/BackupViewModel.h"
 #include "workflows/BrowseSessionViewModel.h"
+#include "workflows/RestoreOperation.h"
 #include "workflows/RestoreViewModel.h"
 #include "workflows/SamplePreviewViewModel.h"
 
@@ -113,6 +116,7 @@ DesktopApplication::DesktopApplication(Options options, QObject* parent)
         return comparison;
     });
     createBrowse();
+    createEditSheets();
     createShell();
 }
 
@@ -146,6 +150,27 @@ void DesktopApplication::createBrowse() {
             &BrowseSessionViewModel::loadSets);
 }
 
+// The edit sheets take the store of the backup folder as it is at each opening, the detected card
+// of the set, and confirm that card by UUID at its mount point before each edit is written.
+void DesktopApplication::createEditSheets() {
+    editStores_ = std::make_unique<EditManifestStoreBox>(baseFolder());
+    EditSheets::Dependencies dependencies;
+    dependencies.baseFolder = [this] { return baseFolder(); };
+    dependencies.stores = editStores_.get();
+    dependencies.detectedCards = [this] { return backup_->detectedCards(); };
+    dependencies.rsyncPath = [this] { return settings_->rsyncPath().toStdString(); };
+    dependencies.revalidateCard = [makeScanner = scannerFactory(demoRoot_, *store_)](const SDCard& card,
+                                                                                     std::stop_token token) {
+        RestoreOperation::requireMounted(
+            card,
+            [&makeScanner](const std::string& uuid, std::stop_token check) {
+                return makeScanner()->validate(uuid, check);
+            },
+            std::move(token));
+    };
+    editSheets_ = std::make_unique<EditSheets>(std::move(dependencies));
+}
+
 DesktopApplication::~DesktopApplication() {
     engine_.reset();  // the window goes before the objects it shows
 }
@@ -161,6 +186,7 @@ void DesktopApplication::provideToQml(QmlEngineHost& engine) {
     engine.provide("Comparison", comparisons_.get());
     engine.provide("Browse", browse_.get());
     engine.provide("SamplePreview", samplePreview_.get());
+    engine.provide("EditSheets", editSheets_.get());
 }
 
 // The application ends when the lifecycle says so, not when its last window closes: closing the

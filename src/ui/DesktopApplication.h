@@ -16,6 +16,8 @@ class CanberraSoundPlayer;
 class CardListModel;
 class DesktopFeedback;
 class DesktopNotifier;
+class EditManifestStoreBox;
+class EditSheets;
 class LaunchTasks;
 class M8Theme;
 class MainWindowFrameKeeper;
@@ -53,6 +55,7 @@ public:
     [[nodiscard]] RestoreViewModel& restore() { return *restore_; }
     [[nodiscard]] BrowseSessionViewModel& browse() { return *browse_; }
     [[nodiscard]] SamplePreviewViewModel& samplePreview() { return *samplePreview_; }
+    [[nodiscard]] EditSheets& editSheets() { return *editSheets_; }
     [[nodiscard]] QObject* window() const;
     [[nodiscard]] AppLifecycle& lifecycle() { return *lifecycle_; }
 
@@ -63,6 +66,7 @@ public:
 private:
     void provideToQml(QmlEngineHost& engine);
     void createBrowse();
+    void createEditSheets();
     // The backup folder in use: the demo's, or the one the settings name ("" when none).
     [[nodiscard]] std::filesystem::path baseFolder() const;
     void createShell();
@@ -82,6 +86,8 @@ private:
     std::unique_ptr<VersionComparisonSheet> comparisons_;  // the RESTORE screen's comparison sheet
     std::unique_ptr<BrowseSessionViewModel> browse_;
     std::unique_ptr<SamplePreviewViewModel> samplePreview_;
+    std::unique_ptr<EditManifestStoreBox> editStores_;  // the edit store of the backup folder in use
+    std::unique_ptr<EditSheets> editSheets_;            // the BROWSE screen's edit sheets
     std::unique_ptr<AppLifecycle> lifecycle_;
     std::unique_ptr<UpdaterController> updater_;
     std::unique_ptr<StatusBarController> statusBar_;

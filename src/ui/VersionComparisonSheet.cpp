@@ -1,5 +1,6 @@
 #include "ui/VersionComparisonSheet.h"
 
+#include "ui/ReplacedChild.h"
 #include "workflows/RestoreViewModel.h"
 
 namespace tapekeep {
@@ -20,13 +21,8 @@ void VersionComparisonSheet::close() {
     replace(nullptr);
 }
 
-// The bindings move to the new comparison before the old one goes.
 void VersionComparisonSheet::replace(ComparisonViewModel* next) {
-    ComparisonViewModel* previous = comparison_;
-    if (previous == next) return;
-    comparison_ = next;
-    emit comparisonChanged();
-    if (previous != nullptr) previous->deleteLater();
+    replaceChild(comparison_, next, [this] { emit comparisonChanged(); });
 }
 
 }  // namespace tapekeep

@@ -85,8 +85,7 @@ void EditQueueViewModel::load() {
 // the load's own outcome, since it is what the user just asked for.
 void EditQueueViewModel::loadAfter(std::function<void()> change) {
     const auto generation = ++loadGeneration_;
-    ++loadsRunning_;
-    emit isLoadingChanged();
+    beginLoad();
     work_.tasks().start(
         [this, change = std::move(change), generation, poster = work_.poster()](std::stop_token token) {
             try {
@@ -100,11 +99,21 @@ void EditQueueViewModel::loadAfter(std::function<void()> change) {
                 // The sheet went away: nothing to show.
             }
         },
-        [this](BackgroundTasks::Id) {
-            --loadsRunning_;
-            emit isLoadingChanged();
-            emit loadFinished();
-        });
+        [this](BackgroundTasks::Id) { endLoad(); });
+}
+
+// The notices leave out what a load under way may change, so they follow isLoading too.
+void EditQueueViewModel::beginLoad() {
+    ++loadsRunning_;
+    emit isLoadingChanged();
+    emit noticesChanged();
+}
+
+void EditQueueViewModel::endLoad() {
+    --loadsRunning_;
+    emit isLoadingChanged();
+    emit noticesChanged();
+    emit loadFinished();
 }
 
 void EditQueueViewModel::show(Loaded loaded) {

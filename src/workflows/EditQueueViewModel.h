@@ -131,6 +131,8 @@ private:
     };
 
     [[nodiscard]] Loaded read(const std::stop_token& token) const;
+    void beginLoad();
+    void endLoad();
     void show(Loaded loaded);
     void runApply(std::vector<std::string> chosen, const std::stop_token& token);
     ApplyResult applyEdits(const std::vector<EditEntry>& run, LiveCheckSnapshot snapshot,

@@ -15,11 +15,14 @@
 #include "TempDir.h"
 #include "app/AppSettings.h"
 #include "ui/DesktopApplication.h"
+#include "ui/EditSheets.h"
 #include "ui/M8Palette.h"
 #include "ui/M8Theme.h"
 #include "workflows/BackupViewModel.h"
-#include "workflows/RestoreViewModel.h"
 #include "workflows/BrowseSessionViewModel.h"
+#include "workflows/EditQueueViewModel.h"
+#include "workflows/RestoreViewModel.h"
+#include "workflows/StageSheetViewModel.h"
 
 namespace tapekeep::test {
 namespace {
@@ -264,6 +267,85 @@ TEST_F(DesktopWindowTest, BrowseListsTheVersionABackupPublishedAndPreviewsASongO
     EXPECT_TRUE(session.shows("SAVE TRIMMED\u2026"));
     session.settle();
     session.screenshot("browse-sample");
+}
+
+// The BROWSE screen's edit sheets over a backup of the demo card: the pending edits sheet of a set
+// without edits, the stage sheet of a sample a song uses, and the staged trim in the pending edits
+// sheet, checked against the card.
+TEST_F(DesktopWindowTest, BrowseStagesATrimAndListsItAsAPendingEdit) {
+    DesktopSession session;
+    const SDCard card = session.demoCard();
+    BrowseSessionViewModel& browse = session.app().browse();
+    EditSheets& sheets = session.app().editSheets();
+    session.app().settings().setMainTab("browse");
+    session.app().backup().startBackup(card);
+    ASSERT_TRUE(session.waitFor([&] { return browse.availableSets().size() == 1; }));
+    const BackupSet set = browse.availableSets()[0];
+    const QString setFolder = QString::fromStdString(set.folderName);
+    browse.toggleSet(setFolder);
+    browse.selectVersion(setFolder, QString::fromStdString(set.versions[0].folderName));
+    ASSERT_TRUE(session.waitFor([&] {
+        const QQuickItem* button = session.item("pendingEditsButton");
+        return button != nullptr && button->isVisible();
+    }));
+    EXPECT_EQ(EditSheets::setFolderOf(browse.selectedVersionIDText()), setFolder);
+
+    sheets.openPendingEdits(setFolder);
+    int loads = 0;
+    QObject::connect(sheets.pendingEdits(), &EditQueueViewModel::loadFinished, [&loads] { ++loads; });
+    ASSERT_TRUE(session.waitFor([&] { return loads > 0 && !sheets.pendingEdits()->isLoading(); }));
+    session.settle();
+    EXPECT_TRUE(session.shows("NO PENDING EDITS"));
+    session.settle();
+    session.screenshot("browse-no-pending-edits");
+
+    // A sample the song names, on show in the preview, staged through its STAGE TRIM… button.
+    ASSERT_TRUE(
+        session.waitFor([&] { return browse.browser() != nullptr && browse.browser()->isTreeLoaded(); }));
+    browse.activateEntry("Songs");
+    browse.activateEntry("NIGHTDRIVE.m8s");
+    browse.previewSample("/Samples/Synth/pad c3.wav");
+    ASSERT_TRUE(session.waitFor([&] {
+        const QQuickItem* button = session.item("stageTrimButton");
+        return button != nullptr && button->isVisible() && button->isEnabled();
+    }));
+    QMetaObject::invokeMethod(session.item("stageTrimButton"), "clicked");
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("USE THIS SAMPLE — OVERWRITE MAY BREAK:"); }));
+    EXPECT_TRUE(session.shows("/Songs/NIGHTDRIVE.m8s"));
+    StageSheetViewModel* stage = sheets.stageSheet();
+    ASSERT_NE(stage, nullptr);
+    EXPECT_EQ(stage->targetText(), "/Samples/Synth/pad c3_trim.wav");
+    stage->setLow(stage->duration() / 4);
+    session.settle();
+    session.screenshot("browse-stage-sheet");
+    stage->stage();
+    ASSERT_TRUE(session.waitFor([&] { return sheets.stageSheet() == nullptr; }));
+
+    ASSERT_TRUE(session.waitFor([&] { return session.shows("LIVE SCAN MATCHES MANIFEST"); }));
+    EXPECT_TRUE(session.shows("/Samples/Synth/pad c3.wav  →  /Samples/Synth/pad c3_trim.wav"));
+    EXPECT_FALSE(session.shows("NO PENDING EDITS"));
+
+    // APPLY asks first, with the queue's words for what the selected edits do to the card.
+    EditQueueViewModel* queue = sheets.pendingEdits();
+    queue->selectAll(true);
+    ASSERT_TRUE(session.waitFor([&] { return session.item("applyEditsButton")->isEnabled(); }));
+    session.settle();
+    session.screenshot("browse-pending-edits");
+    QMetaObject::invokeMethod(session.item("applyEditsButton"), "clicked");
+    auto* confirmation = session.item("pendingEditsSheet")->findChild<QObject*>("applyAlert");
+    ASSERT_NE(confirmation, nullptr);
+    ASSERT_TRUE(session.waitFor([&] { return confirmation->property("visible").toBool(); }));
+    EXPECT_EQ(confirmation->property("title").toString(), "Apply pending edits?");
+    EXPECT_EQ(confirmation->property("text").toString(),
+              "The selected edits will be written to the SD card. This cannot be undone.");
+    bool applied = false;
+    QObject::connect(queue, &EditQueueViewModel::applyFinished, [&applied] { applied = true; });
+    QMetaObject::invokeMethod(confirmation, "press", Q_ARG(QVariant, "Apply"));
+    ASSERT_TRUE(session.waitFor([&] { return applied; }));
+    EXPECT_TRUE(fs::exists(card.mountPath / "Samples/Synth/pad c3_trim.wav"))
+        << queue->loadError().value_or("");
+    session.settle();
+    EXPECT_TRUE(session.shows("NO PENDING EDITS"));
 }
 
 // The GUI thread keeps drawing while rsync's lines pour in; the worst interval between two frames

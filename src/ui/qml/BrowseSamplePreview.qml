@@ -169,11 +169,10 @@ ColumnLayout {
             enabled: SamplePreview.hasMetadata
             action: function() { SamplePreview.togglePlayback() }
         }
-        // The stage sheet is not part of the screen yet: the button only asks for it.
         M8GhostButton {
             objectName: "stageTrimButton"
             title: "STAGE TRIM\u2026"
-            enabled: false
+            enabled: SamplePreview.hasMetadata
             action: function() { sample.stageTrimRequested() }
         }
         M8GhostButton {

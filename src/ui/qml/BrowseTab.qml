@@ -29,6 +29,27 @@ Rectangle {
             objectName: "previewPane"
             Layout.fillHeight: true
             Layout.preferredWidth: 340
+            onStageTrimRequested: tab.stageTrim()
         }
     }
+
+    // The pending edits of the open version's set, and the edit sheets over the whole screen.
+    M8GhostButton {
+        objectName: "pendingEditsButton"
+        anchors { left: parent.left; bottom: parent.bottom; margins: 10 }
+        title: "PENDING EDITS"
+        size: "small"
+        visible: Browse.selectedVersionID !== ""
+        action: function() { EditSheets.openPendingEdits(EditSheets.setFolderOf(Browse.selectedVersionID)) }
+    }
+    // The sample on show, staged from the open version: its path inside the version is its card path.
+    function stageTrim() {
+        const version = Browse.selectedVersionID
+        const file = Browse.previewNode.path || ""
+        if (version === "" || !file.startsWith(version + "/")) return
+        EditSheets.openStageSheet(EditSheets.setFolderOf(version), version, file.substring(version.length))
+    }
+
+    PendingEditsSheet { anchors.fill: parent }
+    StageSheet { anchors.fill: parent }  // over the pending edits, whose rows it adds to
 }
