@@ -184,6 +184,25 @@ TEST_F(EditApplyCardTest, AnApplyWhileABackupHoldsTheCardIsRefusedInTheQueuesWor
     EXPECT_FALSE(fs::exists(card_->mountPath() / "Samples/kick_trim.wav"));
 }
 
+// The card taken out and another with the same name put in: the edits of the first card's backups
+// never go onto it.
+TEST_F(EditApplyCardTest, AnotherCardWithTheSameNameIsRefused) {
+    const auto id = stage();
+    const auto uuid = card_->uuid();
+    card_.reset();
+    card_ = std::make_unique<test::FatCard>(temp_ / "other.img", volumes_, "M8CARD");
+    ASSERT_NE(card_->uuid(), uuid);
+    for (const auto* folder : {"Instruments", "Samples"}) fs::create_directories(card_->mountPath() / folder);
+    writeFile(card_->mountPath() / "Songs/OTHER.m8s", test::songWithSamples({}));
+    test::makeAudio(card_->mountPath() / "Samples/kick.wav", {"-r", "44100", "-c", "1", "-b", "16"}, 1.0);
+    const auto before = treeOf(card_->mountPath());
+    const auto result = edits({"apply", "M8CARD"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.lastErrorLine, "This backup set belongs to another card (" + uuid + ").");
+    EXPECT_EQ(treeOf(card_->mountPath()), before);
+    EXPECT_EQ(stateOf(id), "pending");
+}
+
 // Each row of what a crash leaves: the run is killed outright at the step, and the next run finishes
 // the edit, copying only where the copy had not ended.
 TEST_F(EditApplyCardTest, AKillAtAnyStepOfANewFilesCopyIsFinishedByTheNextRun) {
