@@ -229,8 +229,7 @@ TEST_F(EditApplyCardTest, AKillAtAnyStepOfANewFilesCopyIsFinishedByTheNextRun) {
         ASSERT_TRUE(test::waitUntil([&] { return fs::exists(pause) || doomed.hasExited(); }) &&
                     fs::exists(pause))
             << doomed.err();
-        doomed.signal(SIGKILL);
-        EXPECT_EQ(doomed.wait(), 128 + SIGKILL);
+        killOutright(doomed);
         EXPECT_EQ(fs::exists(marker(id)), row.markerLeft);
         EXPECT_EQ(fs::exists(card_->mountPath() / target.substr(1)), row.targetLeft);
 
@@ -263,11 +262,7 @@ TEST_F(EditApplyCardTest, AKillWhileTheCopyRunsLeavesNoPartialTarget) {
     ASSERT_TRUE(test::waitUntil([&] { return fs::exists(started) || doomed.hasExited(); }) &&
                 fs::exists(started))
         << doomed.err();
-    doomed.signal(SIGKILL);
-    EXPECT_EQ(doomed.wait(), 128 + SIGKILL);
-    EXPECT_TRUE(test::waitUntil([&] {
-        return test::liveProcessesMentioning("rsync", temp_.path().string()).empty();
-    })) << "rsync outlived the killed run";
+    killOutright(doomed);
     EXPECT_TRUE(fs::exists(marker(id)));
     EXPECT_FALSE(fs::exists(card_->mountPath() / "Samples/long_trim.wav"));
 

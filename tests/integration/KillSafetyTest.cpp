@@ -108,11 +108,7 @@ TEST_F(KillSafetyTest, AKillAtAnyStepLeavesOnlyWholeVersionsAndTheNextRunClearsU
         ASSERT_TRUE(test::waitUntil([&] { return fs::exists(marker) || doomed.hasExited(); }) &&
                     fs::exists(marker))
             << doomed.err();
-        doomed.signal(SIGKILL);
-        EXPECT_EQ(doomed.wait(), 128 + SIGKILL);
-        EXPECT_TRUE(test::waitUntil([&] {
-            return test::liveProcessesMentioning("rsync", temp_.path().string()).empty();
-        })) << "rsync outlived the killed run";
+        killOutright(doomed);
         expectOnlyWholeVersions(std::string("after the kill at ") + step);
 
         const auto next = backUp();

@@ -1,5 +1,7 @@
 #include "FuseCardTest.h"
 
+#include <csignal>
+
 #include "FileContent.h"
 #include "LiveProcesses.h"
 
@@ -17,6 +19,13 @@ void FuseCardTest::SetUp() {
 void FuseCardTest::prepareVolumes() {
     if (auto reason = FatCard::unavailableReason()) GTEST_SKIP() << "no FUSE card here: " << *reason;
     fs::create_directories(volumes_);
+}
+
+void FuseCardTest::killOutright(CliProcess& process) const {
+    process.signal(SIGKILL);
+    EXPECT_EQ(process.wait(), 128 + SIGKILL);
+    EXPECT_TRUE(waitUntil([&] { return liveProcessesMentioning("rsync", temp_.path().string()).empty(); }))
+        << "rsync outlived the killed run";
 }
 
 void FuseCardTest::insertCard() {

@@ -53,6 +53,10 @@ protected:
                                                           const std::filesystem::path& marker,
                                                           const std::vector<std::string>& arguments) const;
 
+    // Kills the process outright (SIGKILL), as a crash would, and expects no rsync that mentions
+    // the test's folder to outlive it.
+    void killOutright(CliProcess& process) const;
+
     // Holds a backup of the card in its transfer pass in another process while `attempt` runs, and
     // expects the attempt refused with exit 1 and these words, printing nothing on standard output
     // and leaving the card as it was. Lets the backup finish after.
