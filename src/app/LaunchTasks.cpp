@@ -5,6 +5,7 @@
 #include "core/Error.h"
 #include "core/Log.h"
 #include "edits/EditManifestStore.h"
+#include "edits/EditStagingService.h"
 #include "platform/ThreadName.h"
 
 namespace tapekeep {
@@ -16,8 +17,14 @@ const Log log("LaunchTasks");
 }  // namespace
 
 std::vector<LaunchTasks::Task> LaunchTasks::all(std::function<std::filesystem::path()> baseFolder) {
-    return {{"staged edits", [baseFolder = std::move(baseFolder)](std::stop_token token) {
-                 cleanUpStagedEdits(baseFolder(), token);
+    return {{"staged edits", [baseFolder = std::move(baseFolder)](
+                                 std::stop_token token) { cleanUpStagedEdits(baseFolder(), token); }},
+            {"abandoned renders", [](std::stop_token) {
+                 std::error_code error;
+                 const auto folder = std::filesystem::temp_directory_path(error);
+                 if (!error)
+                     EditStagingService::sweepAbandonedRenders(folder,
+                                                               std::filesystem::file_time_type::clock::now());
              }}};
 }
 

@@ -16,6 +16,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::string_view renderPrefix = "m8-edit-";
+
 bool hasWavExtension(std::string_view cardPath) {
     return fs::path(BrowseFileService::indexKey(cardPath)).extension() == ".wav";
 }
@@ -24,7 +26,7 @@ bool hasWavExtension(std::string_view cardPath) {
 class TemporaryRender {
 public:
     explicit TemporaryRender(const std::string& id)
-        : path_(fs::temp_directory_path() / ("m8-edit-" + id + ".wav")) {}
+        : path_(fs::temp_directory_path() / (std::string(renderPrefix) + id + ".wav")) {}
     ~TemporaryRender() {
         std::error_code ignored;  // nothing is left to report it to
         if (!handedOver_) fs::remove(path_, ignored);
@@ -111,6 +113,21 @@ std::set<std::string> EditStagingService::lowerCasedPaths(const std::vector<std:
     std::set<std::string> keys;
     for (const auto& path : paths) keys.insert(BrowseFileService::indexKey(path));
     return keys;
+}
+
+void EditStagingService::sweepAbandonedRenders(const fs::path& temporaryFolder, fs::file_time_type now) {
+    std::error_code error;
+    for (fs::directory_iterator entries(temporaryFolder, error);
+         !error && entries != fs::directory_iterator(); entries.increment(error)) {
+        const fs::path& entry = entries->path();
+        const std::string name = entry.filename().string();
+        std::error_code ignored;
+        if (!name.starts_with(renderPrefix) || !name.ends_with(".wav") ||
+            !fs::is_regular_file(fs::symlink_status(entry, ignored)))
+            continue;
+        const auto written = fs::last_write_time(entry, ignored);
+        if (!ignored && now - written > abandonedAfter) fs::remove(entry, ignored);
+    }
 }
 
 }  // namespace tapekeep

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -47,6 +48,13 @@ public:
                                const std::set<std::string>& lowerCasedBackupPaths,
                                const std::vector<EditEntry>& pendingEdits,
                                const std::optional<std::string>& replacingEditID);
+    // Removes the renders that a staging killed between its render and the store left behind:
+    // regular files named "m8-edit-…wav" in the folder, last written more than abandonedAfter before
+    // `now`. A render under way is far younger; a link is neither followed nor removed.
+    static void sweepAbandonedRenders(const std::filesystem::path& temporaryFolder,
+                                      std::filesystem::file_time_type now);
+    static constexpr std::chrono::hours abandonedAfter{1};
+
     // Card paths normalised and lower-cased, as validateTarget compares them.
     static std::set<std::string> lowerCasedPaths(const std::vector<std::string>& paths);
 

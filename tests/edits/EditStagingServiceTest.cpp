@@ -236,5 +236,26 @@ TEST_F(EditStagingServiceTest, AReplacementIsANewEditAndTheOldOneStandsUntilItIs
     expectNoTemporaryFile();
 }
 
+// A staging killed between its render and the store leaves its render behind; the next launch
+// removes it once it is old enough that no staging can still be writing it.
+TEST(EditStagingSweepTest, OnlyOldRendersGoAndNothingElse) {
+    test::TempDir temp;
+    const auto now = fs::file_time_type::clock::now();
+    const auto old = now - std::chrono::hours(2);
+    for (const auto* name : {"m8-edit-OLD.wav", "m8-edit-NEW.wav", "m8-edit-OLD.txt", "other-OLD.wav"})
+        test::writeFile(temp / name, "render");
+    fs::create_directory(temp / "m8-edit-FOLDER.wav");
+    fs::create_symlink(temp / "other-OLD.wav", temp / "m8-edit-LINK.wav");
+    for (const auto* name : {"m8-edit-OLD.wav", "m8-edit-OLD.txt", "other-OLD.wav", "m8-edit-FOLDER.wav"})
+        fs::last_write_time(temp / name, old);
+
+    Service::sweepAbandonedRenders(temp.path(), now);
+    EXPECT_FALSE(fs::exists(temp / "m8-edit-OLD.wav"));
+    for (const auto* name : {"m8-edit-NEW.wav", "m8-edit-OLD.txt", "other-OLD.wav", "m8-edit-FOLDER.wav"})
+        EXPECT_TRUE(fs::exists(temp / name)) << name;
+    EXPECT_TRUE(fs::is_symlink(temp / "m8-edit-LINK.wav"));
+    Service::sweepAbandonedRenders(temp / "missing", now);  // a folder that is gone is no failure
+}
+
 }  // namespace
 }  // namespace tapekeep
