@@ -5,6 +5,7 @@
 #include "cli/EventLoop.h"
 #include "cli/SignalCancellation.h"
 #include "content/BrowseFileError.h"
+#include "content/FileNodeLookup.h"
 #include "content/SampleReferences.h"
 #include "core/Cancelled.h"
 
@@ -24,18 +25,11 @@ std::optional<FileNode> BrowsedVersion::node(const std::string& path) const {
     if (relative.empty() || relative == ".") return std::nullopt;
     // Refuses "..", an absolute path and any link on the way before the tree is consulted.
     const fs::path below = BrowseFileService::relativePath(version_ / relative, version_);
-    const auto* level = browser_->rootNodes().get();
-    const FileNode* found = nullptr;
-    for (const auto& part : below) {
-        if (!level) throw BrowseFileError::sourceMissing(version_ / relative);
-        const auto match = std::find_if(level->begin(), level->end(), [&](const FileNode& candidate) {
-            return candidate.name == part.string();
-        });
-        if (match == level->end()) throw BrowseFileError::sourceMissing(version_ / relative);
-        found = &*match;
-        level = found->children.get();
-    }
-    return *found;
+    std::vector<std::string> names;
+    for (const auto& part : below) names.push_back(part.string());
+    const auto nodes = FileNodeLookup::chain(browser_->rootNodes().get(), names);
+    if (!nodes || nodes->empty()) throw BrowseFileError::sourceMissing(version_ / relative);
+    return *nodes->back();
 }
 
 void BrowsedVersion::waitFor(const std::function<bool()>& done, const std::function<void()>& onInterrupt) {

@@ -70,11 +70,15 @@ EditStagingRequest StagingSource::request(EditMode mode, double low, double high
     } else if (target) {
         request.targetRelativePath = *target;
     } else {
-        std::vector<std::string> inUse = versionPaths;
-        for (const auto& edit : pendingEdits) inUse.push_back(edit.targetRelativePath);
-        request.targetRelativePath = EditNameSuggester::suggestTrimName(cardPath, inUse);
+        request.targetRelativePath = suggestedTarget(pendingEdits);
     }
     return request;
+}
+
+std::string StagingSource::suggestedTarget(const std::vector<EditEntry>& pendingEdits) const {
+    std::vector<std::string> inUse = versionPaths;
+    for (const auto& edit : pendingEdits) inUse.push_back(edit.targetRelativePath);
+    return EditNameSuggester::suggestTrimName(cardPath, inUse);
 }
 
 }  // namespace tapekeep

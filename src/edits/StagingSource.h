@@ -29,6 +29,10 @@ struct StagingSource {
     static StagingSource read(const std::filesystem::path& versionRoot, const std::string& samplePath,
                               const std::stop_token& token);
 
+    // The "_trim.wav" name beside the sample that no file of the version and no pending edit's target
+    // holds. Throws EditNameSuggesterError when every variant is taken.
+    [[nodiscard]] std::string suggestedTarget(const std::vector<EditEntry>& pendingEdits) const;
+
     // A request for a trim of [low, high] seconds; an overwrite targets the sample itself and names
     // its users, a new file goes to `target` (by default the suggested "_trim.wav" name).
     [[nodiscard]] EditStagingRequest request(EditMode mode, double low, double high,

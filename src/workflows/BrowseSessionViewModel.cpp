@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "backup/BackupRepository.h"
+#include "content/FileNodeLookup.h"
 #include "content/SampleReferences.h"
 #include "core/Cancelled.h"
 #include "core/Error.h"
@@ -19,22 +20,6 @@ namespace {
 const Log& log() {
     static const Log instance("BrowseSessionViewModel");
     return instance;
-}
-
-const FileNode* childNamed(const std::vector<FileNode>& nodes, const std::string& name, bool folder) {
-    const auto found = std::find_if(nodes.begin(), nodes.end(), [&](const FileNode& node) {
-        return node.name == name && node.isDirectory == folder;
-    });
-    return found == nodes.end() ? nullptr : &*found;
-}
-
-// A name of the tree that may differ from the wanted one in letter case only, as on the card.
-const FileNode* childLike(const std::vector<FileNode>& nodes, const std::string& name) {
-    const auto key = BrowseFileService::indexKey(name);
-    const auto found = std::find_if(nodes.begin(), nodes.end(), [&](const FileNode& node) {
-        return BrowseFileService::indexKey(node.name) == key;
-    });
-    return found == nodes.end() ? nullptr : &*found;
 }
 
 std::vector<std::string> folderNames(const std::string& relativeFolder) {
@@ -274,18 +259,11 @@ void BrowseSessionViewModel::clearPreviewOverride() {
 std::optional<FileNode> BrowseSessionViewModel::nodeAt(const fs::path& url) const {
     if (!browser_ || !BrowseFileService::isInside(url, browser_->versionURL())) return std::nullopt;
     const auto below = url.lexically_normal().lexically_relative(browser_->versionURL().lexically_normal());
-    const auto* level = browser_->rootNodes().get();
-    const FileNode* node = nullptr;
-    for (const auto& part : below) {
-        if (!level) return std::nullopt;
-        node = childNamed(*level, part.string(), false);
-        if (!node) node = childNamed(*level, part.string(), true);
-        if (!node) node = childLike(*level, part.string());
-        if (!node) return std::nullopt;
-        level = node->children.get();
-    }
-    if (!node || node->isDirectory) return std::nullopt;
-    return *node;
+    std::vector<std::string> names;
+    for (const auto& part : below) names.push_back(part.string());
+    const auto nodes = FileNodeLookup::chain(browser_->rootNodes().get(), names);
+    if (!nodes || nodes->empty() || nodes->back()->isDirectory) return std::nullopt;
+    return *nodes->back();
 }
 
 // --- Search ---
@@ -373,14 +351,11 @@ void BrowseSessionViewModel::setResults(std::vector<BrowseSearchHit> hits, bool 
 
 void BrowseSessionViewModel::openHit(const BrowseSearchHit& hit) {
     if (!browser_) return;
+    const auto folders = FileNodeLookup::chain(browser_->rootNodes().get(), folderNames(hit.relativeFolder));
+    if (!folders || std::ranges::any_of(*folders, [](const FileNode* node) { return !node->isDirectory; }))
+        return;
     std::vector<FileNode> chain;
-    const auto* level = browser_->rootNodes().get();
-    for (const auto& name : folderNames(hit.relativeFolder)) {
-        const FileNode* folder = level ? childNamed(*level, name, true) : nullptr;
-        if (!folder) return;
-        chain.push_back(*folder);
-        level = folder->children.get();
-    }
+    for (const FileNode* folder : *folders) chain.push_back(*folder);
     if (hit.node.isDirectory) {
         chain.push_back(hit.node);
         setPath(std::move(chain));

@@ -9,7 +9,6 @@
 #include "core/Cancelled.h"
 #include "core/Error.h"
 #include "edits/EditManifestStore.h"
-#include "edits/EditNameSuggester.h"
 #include "edits/EditPathValidator.h"
 #include "edits/SampleAnalyzer.h"
 #include "edits/StageSheetTexts.h"
@@ -46,10 +45,8 @@ QString timeText(double seconds) {
 }
 
 std::string suggestionFor(const StagingSource& source, const std::vector<EditEntry>& pendingEdits) {
-    std::vector<std::string> inUse = source.versionPaths;
-    for (const auto& edit : pendingEdits) inUse.push_back(edit.targetRelativePath);
     try {
-        return EditNameSuggester::suggestTrimName(source.cardPath, inUse);
+        return source.suggestedTarget(pendingEdits);
     } catch (const Error&) {
         return {};  // every variant is taken: the user names one
     }
