@@ -1,7 +1,5 @@
 #include "cli/BrowsedVersion.h"
 
-#include <algorithm>
-
 #include "cli/EventLoop.h"
 #include "cli/SignalCancellation.h"
 #include "content/BrowseFileError.h"

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <set>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include "cards/OperationLockError.h"
 #include "core/Cancelled.h"
 #include "core/FolderCreation.h"
+#include "core/LinkWalk.h"
 #include "core/RetryingInterrupts.h"
 #include "core/StandardPath.h"
 #include "core/TestPause.h"
@@ -323,16 +323,9 @@ void EditApplier::applyEdits(const Request& request, const ProgressHandler& onPr
 
 void EditApplier::checkTargetPath(const fs::path& target, const fs::path& mountURL) {
     const fs::path mount = standardized(mountURL);
-    fs::path walked = mount;
-    for (const auto& component : componentsBelow(standardized(target), mount)) {
-        walked /= component;
-        struct stat status {};
-        if (retryingInterrupts([&] { return ::lstat(walked.c_str(), &status); }) != 0) {
-            if (errno == ENOENT || errno == ENOTDIR) return;  // nothing below a missing part can be a link
-            continue;                                         // unreadable: counts as no link
-        }
-        if (S_ISLNK(status.st_mode)) throw EditApplyError::symlinkInTargetPath(component);
-    }
+    const auto link = firstSymbolicLink(mount, componentsBelow(standardized(target), mount),
+                                        UnreadableComponent::countsAsNoLink);
+    if (link) throw EditApplyError::symlinkInTargetPath(link->filename().string());
 }
 
 }  // namespace tapekeep

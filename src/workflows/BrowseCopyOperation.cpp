@@ -21,6 +21,7 @@
 #include "core/FileDescriptor.h"
 #include "core/FileReading.h"
 #include "core/FolderCreation.h"
+#include "core/LinkWalk.h"
 #include "core/PosixError.h"
 #include "core/RetryingInterrupts.h"
 #include "core/StandardPath.h"
@@ -219,16 +220,11 @@ void BrowseCopyOperation::refuseSymbolicLinks(const fs::path& destination, const
     if (standardDestination == standardRoot ||
         !BrowseFileService::isInside(standardDestination, standardRoot))
         throw BrowseFileError::sourceOutsideVersion();
-    fs::path walked = standardRoot;
-    for (const auto& component : standardDestination.lexically_relative(standardRoot)) {
-        walked /= component;
-        const auto status = linkStatus(walked);
-        if (!status) {
-            if (errno == ENOENT || errno == ENOTDIR) return;  // not there yet: nothing below it is either
-            throw PosixError::fromErrno(errno, walked.string());
-        }
-        if (S_ISLNK(status->st_mode)) throw BrowseFileError::destinationSymlink(walked.string());
-    }
+    std::vector<std::string> components;
+    for (const auto& component : standardDestination.lexically_relative(standardRoot))
+        components.push_back(component.string());
+    if (const auto link = firstSymbolicLink(standardRoot, components, UnreadableComponent::fails))
+        throw BrowseFileError::destinationSymlink(link->string());
 }
 
 }  // namespace tapekeep
