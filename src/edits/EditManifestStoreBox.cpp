@@ -1,17 +1,9 @@
 #include "edits/EditManifestStoreBox.h"
 
+#include "core/StandardPath.h"
+
 namespace tapekeep {
 namespace fs = std::filesystem;
-
-namespace {
-
-fs::path standardized(const fs::path& folder) {
-    auto normal = folder.lexically_normal();
-    if (!normal.has_filename() && normal.has_relative_path()) normal = normal.parent_path();
-    return normal;
-}
-
-}  // namespace
 
 EditManifestStoreBox::EditManifestStoreBox(const fs::path& baseFolder)
     : store_(std::make_shared<EditManifestStore>(baseFolder)) {}
