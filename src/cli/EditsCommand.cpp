@@ -61,15 +61,10 @@ public:
         dependencies.rsyncPath = context.rsyncPath();
         // One scanner for every check of the run; it serves one caller at a time from any thread.
         std::shared_ptr<const VolumeScanner> scanner = context.makeScanner();
-        dependencies.applier =
-            EditApplier::standardDependencies([scanner](const SDCard& mounted, std::stop_token token) {
-                RestoreOperation::requireMounted(
-                    mounted,
-                    [scanner](const std::string& uuid, std::stop_token check) {
-                        return scanner->validate(uuid, check);
-                    },
-                    std::move(token));
-            });
+        dependencies.applier = EditApplier::standardDependencies(
+            RestoreOperation::mountedCheck([scanner](const std::string& uuid, std::stop_token token) {
+                return scanner->validate(uuid, token);
+            }));
         queue_ = std::make_unique<EditQueueViewModel>(std::move(dependencies));
         QObject::connect(queue_.get(), &EditQueueViewModel::loadFinished, [this] { ++loads_; });
         QObject::connect(queue_.get(), &EditQueueViewModel::applyFinished, [this] { applied_ = true; });

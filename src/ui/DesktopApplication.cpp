@@ -60,6 +60,14 @@ std::function<std::unique_ptr<VolumeScanner>()> scannerFactory(
     };
 }
 
+// Finds a card by UUID with a fresh scan of the volumes, as every check of a card before a write does.
+RestoreOperation::Validator cardValidator(const std::optional<std::filesystem::path>& demoRoot,
+                                          SettingsStore& store) {
+    return [makeScanner = scannerFactory(demoRoot, store)](const std::string& uuid, std::stop_token token) {
+        return makeScanner()->validate(uuid, token);
+    };
+}
+
 BackupViewModel::Dependencies backupDependencies(const std::optional<std::filesystem::path>& demoRoot,
                                                  SettingsStore& store) {
     BackupViewModel::Dependencies dependencies;
@@ -132,10 +140,8 @@ void DesktopApplication::createBrowse() {
     dependencies.baseFolder = [this] { return baseFolder(); };
     dependencies.rsyncPath = [this] { return settings_->rsyncPath().toStdString(); };
     dependencies.detectedCards = [this] { return backup_->detectedCards(); };
-    dependencies.browserDependencies.copy = BrowseCopyOperation::standardDependencies(
-        [makeScanner = scannerFactory(demoRoot_, *store_)](const std::string& uuid, std::stop_token token) {
-            return makeScanner()->validate(uuid, token);
-        });
+    dependencies.browserDependencies.copy =
+        BrowseCopyOperation::standardDependencies(cardValidator(demoRoot_, *store_));
     browse_ = std::make_unique<BrowseSessionViewModel>(std::move(dependencies));
     samplePreview_ = std::make_unique<SamplePreviewViewModel>(SamplePreviewViewModel::Dependencies{});
     // The sample preview follows the file on show, a song's sample included.
@@ -159,15 +165,7 @@ void DesktopApplication::createEditSheets() {
     dependencies.stores = editStores_.get();
     dependencies.detectedCards = [this] { return backup_->detectedCards(); };
     dependencies.rsyncPath = [this] { return settings_->rsyncPath().toStdString(); };
-    dependencies.revalidateCard = [makeScanner = scannerFactory(demoRoot_, *store_)](const SDCard& card,
-                                                                                     std::stop_token token) {
-        RestoreOperation::requireMounted(
-            card,
-            [&makeScanner](const std::string& uuid, std::stop_token check) {
-                return makeScanner()->validate(uuid, check);
-            },
-            std::move(token));
-    };
+    dependencies.revalidateCard = RestoreOperation::mountedCheck(cardValidator(demoRoot_, *store_));
     editSheets_ = std::make_unique<EditSheets>(std::move(dependencies));
 }
 

@@ -143,10 +143,7 @@ void verifyFolder(const fs::path& source, const fs::path& destination, const std
 
 BrowseCopyOperation::Dependencies BrowseCopyOperation::standardDependencies(Validator validate) {
     return {
-        .validateVolume =
-            [validate = std::move(validate)](const SDCard& card, std::stop_token token) {
-                RestoreOperation::requireMounted(card, validate, std::move(token));
-            },
+        .validateVolume = RestoreOperation::mountedCheck(std::move(validate)),
         .run = BackupOperation::defaultRsyncRunner(),
         .verifyContents = &BrowseCopyOperation::verifyContents,
         .acquire =

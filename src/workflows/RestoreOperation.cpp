@@ -64,6 +64,13 @@ void RestoreOperation::requireMounted(const SDCard& card, const Validator& valid
         throw RestoreError::volumeUnmounted();
 }
 
+std::function<void(const SDCard& card, std::stop_token token)> RestoreOperation::mountedCheck(
+    Validator validate) {
+    return [validate = std::move(validate)](const SDCard& card, std::stop_token token) {
+        requireMounted(card, validate, std::move(token));
+    };
+}
+
 void RestoreOperation::requireVersionFolder(const fs::path& version) {
     if (!BackupRepository::isRealDirectory(version) || !version.filename().string().starts_with("backup-"))
         throw RestoreError::backupNotFound();

@@ -65,6 +65,8 @@ public:
 
     // The card, confirmed by UUID at the same mount point; throws RestoreError::volumeUnmounted.
     static void requireMounted(const SDCard& card, const Validator& validate, std::stop_token token);
+    // requireMounted over the validator, as the copy to the card and the applied edits check a card.
+    static std::function<void(const SDCard& card, std::stop_token token)> mountedCheck(Validator validate);
 
 private:
     class FileList;
